@@ -1,0 +1,8 @@
+# Every first-party target gets the same strict warnings; -Werror is on by default and in CI.
+option(APPLOGIC_WERROR "Treat warnings as errors" ON)
+function(applogic_warnings target)
+  target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow=local -Wnon-virtual-dtor)
+  if(APPLOGIC_WERROR)
+    target_compile_options(${target} PRIVATE -Werror)
+  endif()
+endfunction()

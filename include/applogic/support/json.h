@@ -1,0 +1,51 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+#include <boost/json/value.hpp>
+
+#include "applogic/support/json_fwd.h"
+
+/// The one set of typed lookups that every parser uses, so that all of them follow the same rules:
+///
+/// - a string is never a number or a boolean;
+/// - an integer is a JSON integer that fits the requested type (a JSON 215.0 is not an integer);
+/// - a boolean is JSON `true` or `false` only;
+/// - `null` and a value of the wrong type count as a missing key.
+///
+/// Lookups never throw and never copy the looked-up value; the results point into the answer and
+/// live as long as it does. Pure; any thread.
+namespace applogic::json {
+
+/// The value as an object, or null when it is not one.
+inline const JsonObject* object(const Json& value) noexcept { return value.if_object(); }
+
+/// The value as an array, or null when it is not one.
+inline const JsonArray* array(const Json& value) noexcept { return value.if_array(); }
+
+/// The value as an array whose every element is an object, or null otherwise. An empty array
+/// qualifies.
+const JsonArray* arrayOfObjects(const Json& value) noexcept;
+
+/// The member `key`, or null when it is missing or JSON null.
+const Json* member(const JsonObject& object, std::string_view key) noexcept;
+
+std::optional<std::string_view> string(const Json& value) noexcept;
+std::optional<std::int64_t> integer(const Json& value) noexcept;
+std::optional<bool> boolean(const Json& value) noexcept;
+
+std::optional<std::string_view> string(const JsonObject& object, std::string_view key) noexcept;
+std::optional<std::int64_t> integer(const JsonObject& object, std::string_view key) noexcept;
+std::optional<bool> boolean(const JsonObject& object, std::string_view key) noexcept;
+const JsonObject* object(const JsonObject& object, std::string_view key) noexcept;
+const JsonArray* array(const JsonObject& object, std::string_view key) noexcept;
+const JsonArray* arrayOfObjects(const JsonObject& object, std::string_view key) noexcept;
+
+/// The element at `index` of an array already known to hold only objects.
+inline const JsonObject& objectAt(const JsonArray& objects, std::size_t index) noexcept {
+  return objects[index].get_object();
+}
+
+}  // namespace applogic::json

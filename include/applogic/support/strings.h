@@ -1,0 +1,27 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace applogic {
+
+/// True when `a` and `b` are canonically equivalent Unicode texts (equal after NFC), which is how
+/// the platform compares strings. Pure ASCII inputs are compared byte by byte without
+/// normalising. Invalid UTF-8 is compared byte by byte. Pure; any thread.
+bool canonicallyEqual(std::string_view a, std::string_view b) noexcept;
+
+/// A hash consistent with `canonicallyEqual`: canonically equivalent texts hash equal.
+std::size_t canonicalHash(std::string_view text) noexcept;
+
+/// The NFC form of `text`; invalid UTF-8 is returned unchanged.
+std::string canonicalForm(std::string_view text);
+
+/// ASCII lower-casing of the bytes; other bytes are kept.
+std::string asciiLowercase(std::string_view text);
+
+/// Case-insensitive comparison of the first `prefix.size()` bytes of `text` with `prefix`,
+/// ASCII letters only.
+bool startsWithIgnoringAsciiCase(std::string_view text, std::string_view prefix) noexcept;
+
+}  // namespace applogic
