@@ -645,20 +645,29 @@ class SwitchSink final : public Observer<T>,
   void onNext(const T& value) override {
     if (isDisposed()) return;
     auto inner = transform_(value);
+    const U* scalar = inner.scalarValue();
     std::uint64_t id = 0;
     Disposable previous;
     {
       Guard guard(lock_);
       if (stopped_) return;
       id = ++latest_;
+      if (scalar != nullptr && !hasCurrent_) {
+        // Nothing to dispose first: deliver within the same critical section.
+        downstream_->onNext(*scalar);
+        innerActive_ = false;
+        completeIfDone();
+        return;
+      }
       previous = std::move(current_);
       current_ = Disposable();
+      hasCurrent_ = false;
       innerActive_ = true;
     }
     // The previous inner observable is gone before the new one is subscribed.
     previous.dispose();
 
-    if (const U* scalar = inner.scalarValue()) {
+    if (scalar != nullptr) {
       Guard guard(lock_);
       if (stopped_ || id != latest_) return;
       downstream_->onNext(*scalar);
@@ -670,7 +679,10 @@ class SwitchSink final : public Observer<T>,
     {
       Guard guard(lock_);
       if (!stopped_ && id == latest_) {
-        if (innerActive_) current_ = std::move(subscription);
+        if (innerActive_) {
+          current_ = std::move(subscription);
+          hasCurrent_ = true;
+        }
         return;
       }
     }
@@ -731,6 +743,7 @@ class SwitchSink final : public Observer<T>,
     if (stopped_ || id != latest_) return;
     innerActive_ = false;
     current_ = Disposable();
+    hasCurrent_ = false;
     completeIfDone();
   }
 
@@ -765,6 +778,7 @@ class SwitchSink final : public Observer<T>,
   bool stopped_ = false;
   bool outerDone_ = false;
   bool innerActive_ = false;
+  bool hasCurrent_ = false;
   std::uint64_t latest_ = 0;
   Disposable outer_;
   Disposable current_;
