@@ -1,0 +1,51 @@
+#!/usr/bin/env bash
+# Installs the Debian 12 packages that the build, the tests, the sanitizer builds, the fuzz targets
+# and the benchmarks need, and only those that are missing. Run as root (or as a user with sudo).
+# Nothing is downloaded at build time and nothing is vendored: this list is the whole dependency set.
+set -euo pipefail
+
+PACKAGES=(
+  # Build tools
+  cmake ninja-build g++ make pkg-config git
+  # Library: JSON values and URLs (only the versioned Boost 1.81 packages: the unversioned
+  # libboost-dev is 1.74 and conflicts with them), Unicode normalisation and graphemes
+  libboost-json1.81-dev libboost-url1.81-dev
+  libutf8proc-dev
+  # Tests
+  libgtest-dev libgmock-dev googletest
+  # Fuzz targets and clang sanitizer runtimes (libFuzzer lives in libclang-rt)
+  clang libclang-rt-14-dev
+  # Benchmarks; nlohmann-json and simdjson are baselines used only in bench/
+  libbenchmark-dev nlohmann-json3-dev libsimdjson-dev
+)
+
+is_installed() {
+  [[ "$(dpkg-query -W -f='${db:Status-Status}' "$1" 2>/dev/null)" == installed ]]
+}
+
+missing=()
+for package in "${PACKAGES[@]}"; do
+  is_installed "$package" || missing+=("$package")
+done
+
+if ((${#missing[@]} == 0)); then
+  echo "install-deps: all ${#PACKAGES[@]} packages are installed"
+  exit 0
+fi
+
+as_root=()
+if ((EUID != 0)); then
+  if command -v sudo >/dev/null 2>&1; then
+    as_root=(sudo)
+  else
+    echo "install-deps: missing packages: ${missing[*]}" >&2
+    echo "install-deps: run this script as root (sudo is not available)" >&2
+    exit 1
+  fi
+fi
+
+echo "install-deps: installing ${missing[*]}"
+export DEBIAN_FRONTEND=noninteractive
+"${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get update -q
+"${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+  apt-get install -y -q --no-install-recommends "${missing[@]}"
