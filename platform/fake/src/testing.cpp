@@ -1,2 +1,0 @@
-// Anchor of the test-doubles library; the doubles themselves live beside it.
-namespace applogic::testing {}
