@@ -1,0 +1,263 @@
+#include "tunevo/parse.h"
+
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <sstream>
+
+#include <gtest/gtest.h>
+
+namespace tunevo {
+namespace {
+
+struct Outcome {
+  int status = -1;
+  std::string out;
+  std::string err;
+};
+
+Outcome parse(std::vector<std::string> args, std::string_view input = "") {
+  std::istringstream in{std::string(input)};
+  std::ostringstream out;
+  std::ostringstream err;
+  Outcome run;
+  run.status = runParse(args, in, out, err);
+  run.out = out.str();
+  run.err = err.str();
+  return run;
+}
+
+std::filesystem::path scratchFile(std::string_view name, std::string_view contents) {
+  const auto path = std::filesystem::path(::testing::TempDir()) / name;
+  std::ofstream(path, std::ios::binary) << contents;
+  return path;
+}
+
+constexpr const char* kTrackIn =
+    R"({"id":"tra.1","name":"Song","playbackSeconds":215,"explicit":true,"artistId":"art.7",)"
+    R"("artistName":"Artist","albumId":"alb.9","albumName":"Album","isStreamable":true,)"
+    R"("previewURL":"https://example.com/1.mp3","type":"track"})";
+constexpr const char* kTrackOut =
+    R"({"id":"Tra.1","name":"Song","playbackSeconds":215,"explicit":true,"artistID":"art.7",)"
+    R"("artistName":"Artist","albumID":"alb.9","albumName":"Album","isStreamable":true,)"
+    R"("previewURL":"https://example.com/1.mp3"})";
+constexpr const char* kEmptyTrackOut =
+    R"({"id":"","name":"","playbackSeconds":0,"explicit":false,"artistID":"","artistName":"",)"
+    R"("albumID":"","albumName":"","isStreamable":false,"previewURL":""})";
+
+struct KindRow {
+  const char* kind;
+  std::string input;
+  std::string output;
+  friend void PrintTo(const KindRow& row, std::ostream* out) { *out << row.kind << " " << row.input; }
+};
+
+class ParseKinds : public ::testing::TestWithParam<KindRow> {};
+
+TEST_P(ParseKinds, PrintsOneJsonDocumentAndExitsZero) {
+  const auto& row = GetParam();
+  const Outcome run = parse({row.kind}, row.input);
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.out, row.output + "\n");
+  EXPECT_EQ(run.err, "");
+}
+
+std::string wrap(const char* key, const std::string& items) {
+  return std::string("{\"") + key + "\":" + items + "}";
+}
+
+std::string linked(const char* key) {
+  return wrap(key, std::string(R"([{"linked":{"tracks":[)") + kTrackIn + R"(,{}]}},{"linked":5}])");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Records, ParseKinds,
+    ::testing::Values(
+        KindRow{"tracks", wrap("tracks", std::string("[") + kTrackIn + ",{}]"),
+                std::string("[") + kTrackOut + "," + kEmptyTrackOut + "]"},
+        KindRow{"playlist-tracks", wrap("tracks", std::string("[") + kTrackIn + "]"),
+                std::string("[") + kTrackOut + "]"},
+        KindRow{"search-tracks", wrap("data", std::string("[") + kTrackIn + "]"),
+                std::string("[") + kTrackOut + "]"},
+        KindRow{"listening-history", wrap("tracks", std::string("[") + kTrackIn + "]"),
+                std::string("[") + kTrackOut + "]"},
+        KindRow{"user-top-chart", linked("charts"), std::string("[") + kTrackOut + "]"},
+        KindRow{"favorites", linked("favorites"), std::string("[") + kTrackOut + "]"},
+        KindRow{"genres", R"({"genres":[{"id":"G.1","name":"Rock","description":5,"x":1}]})",
+                R"([{"id":"g.1","name":"Rock","description":""}])"},
+        KindRow{"tracks", R"({"tracks":[]})", "[]"}, KindRow{"genres", R"({"genres":[]})", "[]"}));
+
+INSTANTIATE_TEST_SUITE_P(
+    AbsentResults, ParseKinds,
+    ::testing::Values(KindRow{"tracks", R"({"data":[]})", "null"},
+                      KindRow{"playlist-tracks", "[]", "null"},
+                      KindRow{"search-tracks", R"({"tracks":[]})", "null"},
+                      KindRow{"listening-history", R"({"tracks":{}})", "null"},
+                      KindRow{"user-top-chart", R"({"charts":[1]})", "null"},
+                      KindRow{"favorites", "null", "null"},
+                      KindRow{"genres", R"({"genres":{}})", "null"}));
+
+TEST(ParseKindTable, ListsEveryKindOnceAndTheUsageNamesThemAll) {
+  std::set<std::string_view> names;
+  for (const ParseKind& kind : parseKinds()) {
+    EXPECT_TRUE(names.insert(kind.name).second) << kind.name;
+    EXPECT_EQ(findParseKind(kind.name), &kind);
+  }
+  EXPECT_EQ(names, (std::set<std::string_view>{"tracks", "playlist-tracks", "search-tracks",
+                                                "listening-history", "user-top-chart",
+                                                "favorites", "genres"}));
+  EXPECT_EQ(findParseKind("Tracks"), nullptr);
+
+  const Outcome help = parse({"--help"});
+  EXPECT_EQ(help.status, 0);
+  EXPECT_EQ(help.err, "");
+  for (const std::string_view name : names) {
+    EXPECT_NE(help.out.find("  " + std::string(name) + " "), std::string::npos) << name;
+  }
+}
+
+struct NotJsonRow {
+  const char* text;
+  const char* where;  // source:line:column
+  const char* reason;
+};
+
+class NotJson : public ::testing::TestWithParam<NotJsonRow> {};
+
+TEST_P(NotJson, SaysWhereItBrokeAndExitsTwo) {
+  const auto& row = GetParam();
+  const Outcome run = parse({"tracks"}, row.text);
+  EXPECT_EQ(run.status, 2);
+  EXPECT_EQ(run.out, "");
+  EXPECT_EQ(run.err, std::string("tunevo parse: standard input:") + row.where +
+                         ": not JSON: " + row.reason + "\n");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Rows, NotJson,
+    ::testing::Values(NotJsonRow{R"({"tracks":[1,2,x]})", "1:16", "syntax error"},
+                      NotJsonRow{"{\n  \"tracks\": [\n    x\n]}", "3:5", "syntax error"},
+                      NotJsonRow{"{\"tracks\":[]}\n\n 5", "3:2", "extra data"},
+                      NotJsonRow{"{\"tracks\":", "1:11", "incomplete JSON"},
+                      NotJsonRow{"", "1:1", "incomplete JSON"},
+                      NotJsonRow{"\n\n", "3:1", "incomplete JSON"},
+                      NotJsonRow{"\"\xFF\"", "1:2", "syntax error"},
+                      NotJsonRow{"{'tracks':[]}", "1:2", "syntax error"}));
+
+TEST(ParseUsage, BadUsageAndUnknownKindsExit64WithUsageOnStandardError) {
+  struct Row {
+    std::vector<std::string> args;
+    const char* message;
+  };
+  const Row rows[] = {{{}, "missing KIND"},
+                      {{"songs"}, "unknown KIND 'songs'"},
+                      {{"Tracks", "-"}, "unknown KIND 'Tracks'"},
+                      {{"tracks", "a.json", "b.json"}, "too many arguments"}};
+  for (const Row& row : rows) {
+    const Outcome run = parse(row.args, R"({"tracks":[]})");
+    EXPECT_EQ(run.status, 64) << row.message;
+    EXPECT_EQ(run.out, "") << row.message;
+    EXPECT_EQ(run.err.rfind(std::string("tunevo parse: ") + row.message + "\nusage: tunevo parse KIND [FILE]\n", 0), 0u)
+        << run.err;
+  }
+}
+
+TEST(ParseInput, ReadsTheFileOrStandardInputForDash) {
+  const auto path = scratchFile("parse_input.json", R"({"genres":[{"id":"g.1"}]})");
+  const Outcome fromFile = parse({"genres", path.string()}, R"({"genres":[]})");
+  EXPECT_EQ(fromFile.status, 0);
+  EXPECT_EQ(fromFile.out, "[{\"id\":\"g.1\",\"name\":\"\",\"description\":\"\"}]\n");
+
+  const Outcome fromDash = parse({"genres", "-"}, R"({"genres":[]})");
+  EXPECT_EQ(fromDash.status, 0);
+  EXPECT_EQ(fromDash.out, "[]\n");
+
+  const auto broken = scratchFile("parse_broken.json", "{\n}}");
+  const Outcome notJson = parse({"genres", broken.string()});
+  EXPECT_EQ(notJson.status, 2);
+  EXPECT_EQ(notJson.err, "tunevo parse: " + broken.string() + ":2:2: not JSON: extra data\n");
+}
+
+TEST(ParseInput, UnreadableFilesExit66) {
+  const auto missing = std::filesystem::path(::testing::TempDir()) / "no_such_answer.json";
+  std::filesystem::remove(missing);
+  for (const std::string& path : {missing.string(), std::string(::testing::TempDir())}) {
+    const Outcome run = parse({"tracks", path});
+    EXPECT_EQ(run.status, 66) << path;
+    EXPECT_EQ(run.out, "") << path;
+    EXPECT_EQ(run.err.rfind("tunevo parse: cannot read " + path + ": ", 0), 0u) << run.err;
+  }
+}
+
+// The program itself: command dispatch and the standard streams.
+
+std::string readAll(const std::filesystem::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+}
+
+Outcome runTunevo(const std::string& arguments, const std::string& stdinPath = "/dev/null") {
+  // ctest runs each test in its own process, possibly at the same time: one pair of files each.
+  const auto dir = std::filesystem::path(::testing::TempDir());
+  const std::string test = ::testing::UnitTest::GetInstance()->current_test_info()->name();
+  const auto outPath = dir / ("tunevo_" + test + ".out");
+  const auto errPath = dir / ("tunevo_" + test + ".err");
+  const std::string command = std::string("'") + TUNEVO_EXECUTABLE + "' " + arguments + " <'" +
+                              stdinPath + "' >'" + outPath.string() + "' 2>'" + errPath.string() + "'";
+  const int raw = std::system(command.c_str());
+  Outcome run;
+  run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+  run.out = readAll(outPath);
+  run.err = readAll(errPath);
+  return run;
+}
+
+TEST(TunevoProgram, DispatchesCommandsAndRejectsUnknownOnes) {
+  const Outcome none = runTunevo("");
+  EXPECT_EQ(none.status, 64);
+  EXPECT_EQ(none.out, "");
+  EXPECT_EQ(none.err.rfind("usage: tunevo COMMAND", 0), 0u) << none.err;
+
+  const Outcome unknown = runTunevo("frobnicate");
+  EXPECT_EQ(unknown.status, 64);
+  EXPECT_EQ(unknown.err.rfind("tunevo: unknown command 'frobnicate'\nusage: tunevo COMMAND", 0), 0u)
+      << unknown.err;
+
+  const Outcome help = runTunevo("--help");
+  EXPECT_EQ(help.status, 0);
+  EXPECT_NE(help.out.find("parse KIND [FILE]"), std::string::npos);
+
+  const Outcome badKind = runTunevo("parse songs");
+  EXPECT_EQ(badKind.status, 64);
+}
+
+TEST(TunevoProgram, ParseReadsStandardInputAndFiles) {
+  const auto answer = scratchFile("program_answer.json", R"({"tracks":[{"id":"TRA.5"}]})");
+  const std::string expected =
+      R"([{"id":"Tra.5","name":"","playbackSeconds":0,"explicit":false,"artistID":"","artistName":"",)"
+      R"("albumID":"","albumName":"","isStreamable":false,"previewURL":""}])"
+      "\n";
+
+  const Outcome fromStdin = runTunevo("parse tracks", answer.string());
+  EXPECT_EQ(fromStdin.status, 0);
+  EXPECT_EQ(fromStdin.out, expected);
+  EXPECT_EQ(fromStdin.err, "");
+
+  const Outcome fromFile = runTunevo("parse tracks '" + answer.string() + "'");
+  EXPECT_EQ(fromFile.status, 0);
+  EXPECT_EQ(fromFile.out, expected);
+
+  const Outcome absent = runTunevo("parse search-tracks", answer.string());
+  EXPECT_EQ(absent.status, 0);
+  EXPECT_EQ(absent.out, "null\n");
+
+  const Outcome missing = runTunevo("parse tracks /nonexistent/answer.json");
+  EXPECT_EQ(missing.status, 66);
+  EXPECT_EQ(missing.out, "");
+}
+
+}  // namespace
+}  // namespace tunevo

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <iosfwd>
+#include <optional>
+#include <vector>
+
+#include <boost/json/value.hpp>
+
+#include "applogic/records/genre.h"
+#include "applogic/records/track.h"
+
+// The JSON form in which tunevo prints records: one object per record whose members are the
+// record's fields in declaration order, named as the record names them (except where a field
+// name is a C++ keyword: `Track::isExplicit` prints as "explicit").
+namespace tunevo {
+
+boost::json::value toJson(const applogic::Track& track);
+boost::json::value toJson(const applogic::Genre& genre);
+
+// Overloads for further records go above this line, so that the list and optional forms below
+// find them.
+
+/// An array of the records' forms, in order.
+template <class Record>
+boost::json::value toJson(const std::vector<Record>& records) {
+  boost::json::array items;
+  items.reserve(records.size());
+  for (const Record& record : records) items.push_back(toJson(record));
+  return items;
+}
+
+/// The value's form, or null when it is absent.
+template <class T>
+boost::json::value toJson(const std::optional<T>& value) {
+  if (!value) return nullptr;
+  return toJson(*value);
+}
+
+/// Writes `document` compactly, then a newline.
+void writeDocument(std::ostream& out, const boost::json::value& document);
+
+}  // namespace tunevo

@@ -1,0 +1,59 @@
+// tunevo: the command-line host of the applogic library.
+
+#include <iostream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tunevo/demo.h"
+#include "tunevo/exit_codes.h"
+#include "tunevo/parse.h"
+
+namespace {
+
+int parseCommand(int argc, char** argv) {
+  const std::vector<std::string> args(argv + 1, argv + argc);
+  return tunevo::runParse(args, std::cin, std::cout, std::cerr);
+}
+
+struct Command {
+  std::string_view name;
+  std::string_view arguments;
+  std::string_view summary;
+  int (*run)(int argc, char** argv);  // argv[0] is the command's name
+};
+
+constexpr Command kCommands[] = {
+    {"parse", "KIND [FILE]", "print the records a service answer holds", &parseCommand},
+    {"demo", "[ARGS...]", "a guided tour of the library, offline", &tunevo::runDemo},
+};
+
+void printUsage(std::ostream& out) {
+  out << "usage: tunevo COMMAND [ARGS...]\n\ncommands:\n";
+  for (const Command& command : kCommands) {
+    const std::string synopsis = std::string(command.name) + " " + std::string(command.arguments);
+    out << "  " << synopsis << std::string(synopsis.size() < 20 ? 20 - synopsis.size() : 1, ' ')
+        << command.summary << "\n";
+  }
+  out << "\n\"tunevo COMMAND --help\" describes a command.\n";
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 2) {
+    printUsage(std::cerr);
+    return tunevo::kExitUsage;
+  }
+  const std::string_view name = argv[1];
+  if (name == "help" || name == "-h" || name == "--help") {
+    printUsage(std::cout);
+    return tunevo::kExitOk;
+  }
+  for (const Command& command : kCommands) {
+    if (command.name == name) return command.run(argc - 1, argv + 1);
+  }
+  std::cerr << "tunevo: unknown command '" << name << "'\n";
+  printUsage(std::cerr);
+  return tunevo::kExitUsage;
+}

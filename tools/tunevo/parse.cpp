@@ -1,0 +1,169 @@
+#include "tunevo/parse.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <istream>
+#include <iterator>
+#include <memory>
+#include <optional>
+#include <ostream>
+
+#include <boost/json/stream_parser.hpp>
+
+#include "applogic/records/genre.h"
+#include "applogic/records/track_serializers.h"
+#include "tunevo/exit_codes.h"
+#include "tunevo/json_output.h"
+
+namespace tunevo {
+namespace {
+
+template <auto Serializer>
+boost::json::value render(const applogic::Json& answer) {
+  return toJson(Serializer(answer));
+}
+
+constexpr ParseKind kParseKinds[] = {
+    {"tracks", R"({"tracks": [track, ...]})", &render<applogic::TracksResponseToTracks>},
+    {"playlist-tracks", R"({"tracks": [track, ...]})",
+     &render<applogic::PlaylistTracksResponseToTracks>},
+    {"search-tracks", R"({"data": [track, ...]})", &render<applogic::SearchTracksResponseToTracks>},
+    {"listening-history", R"({"tracks": [track, ...]})",
+     &render<applogic::ListeningHistoryResponseToTracksSerializer>},
+    {"user-top-chart", R"({"charts": [{"linked": {"tracks": [track, ...]}}, ...]})",
+     &render<applogic::UserTopChartTracksResponseToTracksSerializer>},
+    {"favorites", R"({"favorites": [{"linked": {"tracks": [track, ...]}}, ...]})",
+     &render<applogic::FavoriteResponseToTracksSerializer>},
+    {"genres", R"({"genres": [genre, ...]})", &render<applogic::GenreResponseToGenres>},
+};
+
+struct Input {
+  std::string text;
+  std::string source;  // for messages: the file's path, or "standard input"
+};
+
+struct FileCloser {
+  void operator()(std::FILE* file) const noexcept { std::fclose(file); }
+};
+
+// stdio rather than an ifstream: it reports why a file could not be read (a directory opens but
+// fails on the first read), and errno says so.
+std::optional<std::string> readFile(const std::string& path, std::string& reason) {
+  const std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path.c_str(), "rb"));
+  if (!file) {
+    reason = std::strerror(errno);
+    return std::nullopt;
+  }
+  std::string text;
+  char buffer[1 << 16];
+  std::size_t read = 0;
+  while ((read = std::fread(buffer, 1, sizeof buffer, file.get())) > 0) text.append(buffer, read);
+  if (std::ferror(file.get())) {
+    reason = std::strerror(errno);
+    return std::nullopt;
+  }
+  return text;
+}
+
+struct Position {
+  std::size_t line = 1;
+  std::size_t column = 1;
+};
+
+// Lines and columns count from 1; columns count bytes.
+Position positionOf(std::string_view text, std::size_t offset) {
+  const std::string_view before = text.substr(0, offset);
+  Position position;
+  position.line += static_cast<std::size_t>(std::count(before.begin(), before.end(), '\n'));
+  const std::size_t lineStart = before.rfind('\n');
+  position.column = offset - (lineStart == std::string_view::npos ? 0 : lineStart + 1) + 1;
+  return position;
+}
+
+int usageError(std::ostream& err, std::string_view message) {
+  err << "tunevo parse: " << message << "\n";
+  printParseUsage(err);
+  return kExitUsage;
+}
+
+}  // namespace
+
+std::span<const ParseKind> parseKinds() noexcept { return kParseKinds; }
+
+const ParseKind* findParseKind(std::string_view name) noexcept {
+  for (const ParseKind& kind : kParseKinds) {
+    if (kind.name == name) return &kind;
+  }
+  return nullptr;
+}
+
+void printParseUsage(std::ostream& out) {
+  out << "usage: tunevo parse KIND [FILE]\n"
+         "\n"
+         "Reads one JSON answer of the music service from FILE, or from standard input when FILE\n"
+         "is absent or \"-\", and prints the records that KIND's serializer makes of it as one\n"
+         "JSON document: an array of records, or null when the answer does not have the shape\n"
+         "the KIND expects.\n"
+         "\n"
+         "KIND:\n";
+  for (const ParseKind& kind : kParseKinds) {
+    out << "  " << kind.name << std::string(20 - std::min<std::size_t>(kind.name.size(), 18), ' ')
+        << kind.answer << "\n";
+  }
+  out << "\n"
+         "Exit status: 0 the text was JSON, 2 it was not, 64 bad usage, 66 FILE cannot be read.\n";
+}
+
+int runParse(std::span<const std::string> args, std::istream& in, std::ostream& out,
+             std::ostream& err) {
+  if (!args.empty() && (args[0] == "-h" || args[0] == "--help")) {
+    printParseUsage(out);
+    return kExitOk;
+  }
+  if (args.empty()) return usageError(err, "missing KIND");
+  if (args.size() > 2) return usageError(err, "too many arguments");
+  const ParseKind* kind = findParseKind(args[0]);
+  if (kind == nullptr) return usageError(err, "unknown KIND '" + args[0] + "'");
+
+  Input input;
+  if (args.size() == 2 && args[1] != "-") {
+    input.source = args[1];
+    std::string reason;
+    std::optional<std::string> text = readFile(args[1], reason);
+    if (!text) {
+      err << "tunevo parse: cannot read " << args[1] << ": " << reason << "\n";
+      return kExitNoInput;
+    }
+    input.text = std::move(*text);
+  } else {
+    input.source = "standard input";
+    input.text.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    if (in.bad()) {
+      err << "tunevo parse: cannot read standard input\n";
+      return kExitNoInput;
+    }
+  }
+
+  boost::json::stream_parser parser;
+  boost::system::error_code error;
+  // On failure, `write` returns the offset at which the text stopped being JSON; an answer that
+  // ends too early fails in `finish`, at its end.
+  std::size_t offset = parser.write(input.text.data(), input.text.size(), error);
+  if (!error) {
+    parser.finish(error);
+    offset = input.text.size();
+  }
+  if (error) {
+    const Position position = positionOf(input.text, offset);
+    err << "tunevo parse: " << input.source << ":" << position.line << ":" << position.column
+        << ": not JSON: " << error.message() << "\n";
+    return kExitNotJson;
+  }
+  const applogic::Json answer = parser.release();
+  writeDocument(out, kind->run(answer));
+  return kExitOk;
+}
+
+}  // namespace tunevo
