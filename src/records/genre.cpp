@@ -27,9 +27,7 @@ Genre Genre::fromRaw(const Json& raw) {
 }
 
 std::optional<std::vector<Genre>> GenreResponseToGenres(const Json& input) {
-  const JsonObject* answer = json::object(input);
-  if (answer == nullptr) return std::nullopt;
-  const JsonArray* items = json::arrayOfObjects(*answer, "genres");
+  const JsonArray* items = json::arrayOfObjects(input, "genres");
   if (items == nullptr) return std::nullopt;
   std::vector<Genre> genres;
   genres.reserve(items->size());

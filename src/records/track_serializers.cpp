@@ -28,9 +28,7 @@ void prefetchMembers(const JsonObject& object) noexcept {
 }
 
 std::optional<std::vector<Track>> plainTracks(const Json& input, std::string_view listKey) {
-  const JsonObject* answer = json::object(input);
-  if (answer == nullptr) return std::nullopt;
-  const JsonArray* items = json::arrayOfObjects(*answer, listKey);
+  const JsonArray* items = json::arrayOfObjects(input, listKey);
   if (items == nullptr) return std::nullopt;
   std::vector<Track> tracks;
   tracks.reserve(items->size());
@@ -54,9 +52,7 @@ const JsonObject* firstLinkedTrack(const JsonObject& entry) {
 }
 
 std::optional<std::vector<Track>> linkedTracks(const Json& input, std::string_view listKey) {
-  const JsonObject* answer = json::object(input);
-  if (answer == nullptr) return std::nullopt;
-  const JsonArray* items = json::arrayOfObjects(*answer, listKey);
+  const JsonArray* items = json::arrayOfObjects(input, listKey);
   if (items == nullptr) return std::nullopt;
   std::vector<Track> tracks;
   tracks.reserve(items->size());

@@ -73,4 +73,9 @@ const JsonArray* arrayOfObjects(const JsonObject& object, std::string_view key) 
   return found ? arrayOfObjects(*found) : nullptr;
 }
 
+const JsonArray* arrayOfObjects(const Json& value, std::string_view key) noexcept {
+  const JsonObject* answer = value.if_object();
+  return answer == nullptr ? nullptr : arrayOfObjects(*answer, key);
+}
+
 }  // namespace applogic::json

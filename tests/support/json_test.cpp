@@ -60,6 +60,9 @@ TEST(ContainerLookups, ArrayOfObjectsRequiresEveryElementToBeAnObject) {
   EXPECT_EQ(json::member(object, "null"), nullptr);
   EXPECT_EQ(json::object(object, "null"), nullptr);
   EXPECT_EQ(json::object(Json(5)), nullptr);
+  EXPECT_EQ(json::arrayOfObjects(answer, "ok"), json::arrayOfObjects(object, "ok"));
+  EXPECT_EQ(json::arrayOfObjects(answer, "mixed"), nullptr);
+  EXPECT_EQ(json::arrayOfObjects(Json(boost::json::array{}), "ok"), nullptr);
 }
 
 TEST(ResultAndError, HoldOneSideAndCompareByValue) {

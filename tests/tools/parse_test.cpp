@@ -1,7 +1,5 @@
 #include "tunevo/parse.h"
 
-#include <sys/wait.h>
-
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -10,14 +8,14 @@
 
 #include <gtest/gtest.h>
 
+#include "tools/tunevo_process.h"
+
 namespace tunevo {
 namespace {
 
-struct Outcome {
-  int status = -1;
-  std::string out;
-  std::string err;
-};
+using test::Outcome;
+using test::readAll;
+using test::runTunevo;
 
 Outcome parse(std::vector<std::string> args, std::string_view input = "") {
   std::istringstream in{std::string(input)};
@@ -193,27 +191,6 @@ TEST(ParseInput, UnreadableFilesExit66) {
 }
 
 // The program itself: command dispatch and the standard streams.
-
-std::string readAll(const std::filesystem::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-}
-
-Outcome runTunevo(const std::string& arguments, const std::string& stdinPath = "/dev/null") {
-  // ctest runs each test in its own process, possibly at the same time: one pair of files each.
-  const auto dir = std::filesystem::path(::testing::TempDir());
-  const std::string test = ::testing::UnitTest::GetInstance()->current_test_info()->name();
-  const auto outPath = dir / ("tunevo_" + test + ".out");
-  const auto errPath = dir / ("tunevo_" + test + ".err");
-  const std::string command = std::string("'") + TUNEVO_EXECUTABLE + "' " + arguments + " <'" +
-                              stdinPath + "' >'" + outPath.string() + "' 2>'" + errPath.string() + "'";
-  const int raw = std::system(command.c_str());
-  Outcome run;
-  run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-  run.out = readAll(outPath);
-  run.err = readAll(errPath);
-  return run;
-}
 
 TEST(TunevoProgram, DispatchesCommandsAndRejectsUnknownOnes) {
   const Outcome none = runTunevo("");

@@ -72,6 +72,37 @@ class Source {
 using Lock = std::recursive_mutex;
 using Guard = std::lock_guard<Lock>;
 
+/// Holds one handle that arrives once (the subscription above a stage, or a `create` resource)
+/// and is disposed once: by `close()`, or on arrival when the slot was closed first.
+class DisposableSlot {
+ public:
+  void set(Disposable handle) {
+    {
+      std::lock_guard lock(mutex_);
+      if (!closed_) {
+        handle_ = std::move(handle);
+        return;
+      }
+    }
+    handle.dispose();
+  }
+
+  void close() noexcept {
+    Disposable handle;
+    {
+      std::lock_guard lock(mutex_);
+      closed_ = true;
+      handle = std::exchange(handle_, Disposable());
+    }
+    handle.dispose();
+  }
+
+ private:
+  std::mutex mutex_;
+  bool closed_ = false;
+  Disposable handle_;
+};
+
 /// The current-thread scheduler: the outermost `schedule` on a thread runs its task at once and
 /// then every task scheduled meanwhile, in order; a nested `schedule` only queues.
 class Trampoline {
@@ -141,33 +172,18 @@ class LambdaObserver final : public Observer<T>, public DisposableBase {
 
   void dispose() noexcept override {
     stopped_.store(true, std::memory_order_release);
-    Disposable upstream;
-    {
-      std::lock_guard lock(upstreamMutex_);
-      upstream = std::move(upstream_);
-    }
-    upstream.dispose();
+    upstream_.close();
   }
   bool isDisposed() const noexcept override { return stopped_.load(std::memory_order_acquire); }
 
-  void setUpstream(Disposable upstream) {
-    {
-      std::lock_guard lock(upstreamMutex_);
-      if (!stopped_.load(std::memory_order_acquire)) {
-        upstream_ = std::move(upstream);
-        return;
-      }
-    }
-    upstream.dispose();
-  }
+  void setUpstream(Disposable upstream) { upstream_.set(std::move(upstream)); }
 
  private:
   std::atomic<bool> stopped_{false};
   std::function<void(const T&)> next_;
   std::function<void(const Error&)> error_;
   std::function<void()> completed_;
-  std::mutex upstreamMutex_;
-  Disposable upstream_;
+  DisposableSlot upstream_;
 };
 
 }  // namespace detail
@@ -311,32 +327,14 @@ class CreateSink final : public Observer<T>, public DisposableBase {
   }
   bool isDisposed() const noexcept override { return stopped_.load(std::memory_order_acquire); }
 
-  void setResource(Disposable resource) {
-    {
-      std::lock_guard lock(resourceMutex_);
-      if (!stopped_.load(std::memory_order_acquire)) {
-        resource_ = std::move(resource);
-        return;
-      }
-    }
-    resource.dispose();
-  }
+  void setResource(Disposable resource) { resource_.set(std::move(resource)); }
 
  private:
-  void releaseResource() noexcept {
-    Disposable resource;
-    {
-      std::lock_guard lock(resourceMutex_);
-      resource = std::move(resource_);
-      resource_ = Disposable();
-    }
-    resource.dispose();
-  }
+  void releaseResource() noexcept { resource_.close(); }
 
   ObserverPtr<T> downstream_;
   std::atomic<bool> stopped_{false};
-  std::mutex resourceMutex_;
-  Disposable resource_;
+  DisposableSlot resource_;
 };
 
 template <class T, class F>
@@ -419,32 +417,17 @@ class MapSink final : public Observer<T>, public DisposableBase {
 
   void dispose() noexcept override {
     disposed_.store(true, std::memory_order_release);
-    Disposable upstream;
-    {
-      std::lock_guard lock(upstreamMutex_);
-      upstream = std::move(upstream_);
-    }
-    upstream.dispose();
+    upstream_.close();
   }
   bool isDisposed() const noexcept override { return disposed_.load(std::memory_order_acquire); }
 
-  void setUpstream(Disposable upstream) {
-    {
-      std::lock_guard lock(upstreamMutex_);
-      if (!disposed_.load(std::memory_order_acquire)) {
-        upstream_ = std::move(upstream);
-        return;
-      }
-    }
-    upstream.dispose();
-  }
+  void setUpstream(Disposable upstream) { upstream_.set(std::move(upstream)); }
 
  private:
   ObserverPtr<U> downstream_;
   F transform_;
   std::atomic<bool> disposed_{false};
-  std::mutex upstreamMutex_;
-  Disposable upstream_;
+  DisposableSlot upstream_;
 };
 
 template <class T, class U, class F>

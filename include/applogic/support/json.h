@@ -43,6 +43,10 @@ const JsonObject* object(const JsonObject& object, std::string_view key) noexcep
 const JsonArray* array(const JsonObject& object, std::string_view key) noexcept;
 const JsonArray* arrayOfObjects(const JsonObject& object, std::string_view key) noexcept;
 
+/// The answer's list: `value` as an object, then its member `key` as an array of objects; null
+/// when either step fails. The first two steps of every list serializer.
+const JsonArray* arrayOfObjects(const Json& value, std::string_view key) noexcept;
+
 /// The element at `index` of an array already known to hold only objects.
 inline const JsonObject& objectAt(const JsonArray& objects, std::size_t index) noexcept {
   return objects[index].get_object();

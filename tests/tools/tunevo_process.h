@@ -1,0 +1,45 @@
+#pragma once
+
+// Runs the tunevo program as a user would, from a directory of the current test's own (ctest
+// runs tests in parallel processes, and the demo must not find any sample files around it).
+
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include <gtest/gtest.h>
+
+namespace tunevo::test {
+
+struct Outcome {
+  int status = -1;
+  std::string out;
+  std::string err;
+};
+
+inline std::string readAll(const std::filesystem::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+}
+
+inline Outcome runTunevo(const std::string& arguments, const std::string& stdinPath = "/dev/null") {
+  const auto dir = std::filesystem::path(::testing::TempDir()) /
+                   (std::string("tunevo_") + ::testing::UnitTest::GetInstance()->current_test_info()->name());
+  std::filesystem::create_directories(dir);
+  const auto outPath = dir / "out.txt";
+  const auto errPath = dir / "err.txt";
+  const std::string command = "cd '" + dir.string() + "' && '" + TUNEVO_EXECUTABLE + "' " + arguments + " <'" +
+                              stdinPath + "' >'" + outPath.string() + "' 2>'" + errPath.string() + "'";
+  const int raw = std::system(command.c_str());
+  Outcome run;
+  run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+  run.out = readAll(outPath);
+  run.err = readAll(errPath);
+  return run;
+}
+
+}  // namespace tunevo::test
