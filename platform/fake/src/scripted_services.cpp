@@ -49,6 +49,8 @@ Answer Answer::failure(Error error) { return Answer(rx::error<Json>(std::move(er
 
 Answer Answer::held(const Hold& hold) { return Answer(hold.subject_.asObservable()); }
 
+Answer Answer::unit() { return json(nullptr); }
+
 Error notScriptedError(std::string_view operation) {
   return Error{"ScriptedService", 1, {{"operation", std::string(operation)}}};
 }

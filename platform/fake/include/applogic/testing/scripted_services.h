@@ -87,6 +87,9 @@ class Answer {
   static Answer failure(Error error);
   /// Waits: the request receives what the test later pushes into `hold`.
   static Answer held(const Hold& hold);
+  /// Emits one JSON null, then completes: the answer of an operation that emits `Unit`, where
+  /// every emitted value becomes one `Unit` whatever it holds.
+  static Answer unit();
 
   /// The events of one request answered this way.
   const rx::Observable<Json>& observable() const noexcept { return events_; }
