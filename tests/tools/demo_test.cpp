@@ -31,6 +31,13 @@ TEST(TunevoDemo, ShowsRecordsAndErrorsOfEveryControllerFromAnyDirectory) {
       "  update for user \"friend-42\"",
       "  update for user \"listener-1\"",
       "    g.115           Pop: The sound of the charts.",
+      "== PlaylistsDataController ==",
+      "  playlist mp.77 \"Late Night Jazz\", public, owner \"listener-1\", 3 images",
+      "    custom image   img-4410 (version 3)",
+      "    Giphy image    ZqlvCTNHpqrio",
+      "  -- next offset 0 + 2 = 2; 1 of 3 tracks remain",
+      "  -- next offset 2 + 1 = 3, the total: this was the last page",
+      "  done",
   };
   for (const std::string& line : expectedLines) {
     EXPECT_NE(run.out.find("\n" + line + "\n"), std::string::npos) << "missing line: " << line << "\n" << run.out;

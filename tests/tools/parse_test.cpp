@@ -106,7 +106,9 @@ TEST(ParseKindTable, ListsEveryKindOnceAndTheUsageNamesThemAll) {
   }
   EXPECT_EQ(names, (std::set<std::string_view>{"tracks", "playlist-tracks", "search-tracks",
                                                 "listening-history", "user-top-chart",
-                                                "favorites", "genres"}));
+                                                "favorites", "genres", "metadata",
+                                                "playlist-tracks-page", "playlists",
+                                                "playlist-images"}));
   EXPECT_EQ(findParseKind("Tracks"), nullptr);
 
   const Outcome help = parse({"--help"});

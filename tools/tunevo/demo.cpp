@@ -21,6 +21,7 @@
 #include "applogic/rx/rx.h"
 #include "applogic/support/fatal.h"
 #include "applogic/testing/scripted_services.h"
+#include "tunevo/demo_playlists.h"
 #include "tunevo/demo_samples.h"
 #include "tunevo/exit_codes.h"
 
@@ -125,6 +126,7 @@ class Demo {
     usersTracksSection();
     personalizedSection();
     genreSection();
+    showPlaylists(out_);
   }
 
  private:

@@ -4,9 +4,12 @@
 #include <optional>
 #include <vector>
 
+#include <boost/json/object.hpp>
 #include <boost/json/value.hpp>
 
 #include "applogic/records/genre.h"
+#include "applogic/records/page.h"
+#include "applogic/records/playlist.h"
 #include "applogic/records/track.h"
 
 // The JSON form in which tunevo prints records: one object per record whose members are the
@@ -16,6 +19,16 @@ namespace tunevo {
 
 boost::json::value toJson(const applogic::Track& track);
 boost::json::value toJson(const applogic::Genre& genre);
+
+// Paging and playlists (json_output_playlists.cpp). A `PlaylistImage` prints as
+// {"display": {DisplayImage's fields}} or {"giphy": "<id>"}; an absent optional field as null.
+boost::json::value toJson(const applogic::Metadata& metadata);
+boost::json::value toJson(const applogic::DisplayImage& image);
+boost::json::value toJson(const applogic::PlaylistImage& image);
+boost::json::value toJson(const applogic::Playlist& playlist);
+/// {"metadata": ..., "payload": ...}; defined below the list and optional forms, which it uses.
+template <class Payload>
+boost::json::value toJson(const applogic::Page<Payload>& page);
 
 // Overloads for further records go above this line, so that the list and optional forms below
 // find them.
@@ -34,6 +47,15 @@ template <class T>
 boost::json::value toJson(const std::optional<T>& value) {
   if (!value) return nullptr;
   return toJson(*value);
+}
+
+template <class Payload>
+boost::json::value toJson(const applogic::Page<Payload>& page) {
+  boost::json::object object;
+  object.reserve(2);
+  object.emplace("metadata", toJson(page.metadata));
+  object.emplace("payload", toJson(page.payload));
+  return object;
 }
 
 /// Writes `document` compactly, then a newline.

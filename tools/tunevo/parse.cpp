@@ -13,6 +13,8 @@
 #include <boost/json/stream_parser.hpp>
 
 #include "applogic/records/genre.h"
+#include "applogic/records/page.h"
+#include "applogic/records/playlist.h"
 #include "applogic/records/track_serializers.h"
 #include "tunevo/exit_codes.h"
 #include "tunevo/json_output.h"
@@ -37,6 +39,13 @@ constexpr ParseKind kParseKinds[] = {
     {"favorites", R"({"favorites": [{"linked": {"tracks": [track, ...]}}, ...]})",
      &render<applogic::FavoriteResponseToTracksSerializer>},
     {"genres", R"({"genres": [genre, ...]})", &render<applogic::GenreResponseToGenres>},
+    {"metadata", R"({"meta": {"query": {"limit", "offset"}, "returnedCount", "totalCount"}})",
+     &render<applogic::V2ResponseToMetaData>},
+    {"playlist-tracks-page", R"({"meta": {...}, "tracks": [track, ...]})",
+     &render<applogic::PlaylistTracksResponseToPageTracks>},
+    {"playlists", R"({"playlists": [playlist, ...]})", &render<applogic::PlaylistsResponseToPlaylists>},
+    {"playlist-images", R"({"images": [image, ...]})",
+     &render<applogic::PlaylistImagesResponseToPlaylistImage>},
 };
 
 struct Input {
@@ -104,16 +113,18 @@ void printParseUsage(std::ostream& out) {
          "\n"
          "Reads one JSON answer of the music service from FILE, or from standard input when FILE\n"
          "is absent or \"-\", and prints the records that KIND's serializer makes of it as one\n"
-         "JSON document: an array of records, or null when the answer does not have the shape\n"
-         "the KIND expects.\n"
+         "JSON document: an array of records or one record, or null when the answer does not\n"
+         "have the shape the KIND expects.\n"
          "\n"
          "KIND:\n";
   for (const ParseKind& kind : kParseKinds) {
-    out << "  " << kind.name << std::string(20 - std::min<std::size_t>(kind.name.size(), 18), ' ')
+    out << "  " << kind.name << std::string(22 - std::min<std::size_t>(kind.name.size(), 20), ' ')
         << kind.answer << "\n";
   }
   out << "\n"
-         "Exit status: 0 the text was JSON, 2 it was not, 64 bad usage, 66 FILE cannot be read.\n";
+         "Exit status: 0 the text was JSON, 2 it was not, 64 bad usage, 66 FILE cannot be read.\n"
+         "An answer the library refuses outright (a display image without an id) stops the\n"
+         "program abnormally, with nothing on standard output.\n";
 }
 
 int runParse(std::span<const std::string> args, std::istream& in, std::ostream& out,
