@@ -78,13 +78,5 @@ TEST(PlaylistTracksResponseToPageTracks, NeedsATrackListAndKeepsThePagingBlockWi
   EXPECT_EQ(page->payload[1].id, "Tra.6");
 }
 
-TEST(Page, EqualWhenMetadataAndPayloadAre) {
-  using Tracks = Page<std::vector<Track>>;
-  const Tracks page{{2, 0, 1, 1}, {Track::fromRaw(parse(R"({"id":"tra.1"})"))}};
-  EXPECT_EQ(page, (Tracks{{2, 0, 1, 1}, {Track::fromRaw(parse(R"({"id":"Tra.1"})"))}}));
-  EXPECT_NE(page, (Tracks{{2, 0, 1, 2}, page.payload}));
-  EXPECT_NE(page, (Tracks{page.metadata, {}}));
-}
-
 }  // namespace
 }  // namespace applogic
