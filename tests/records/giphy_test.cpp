@@ -26,7 +26,8 @@ std::vector<std::string> keys(const Giphy& giphy) {
 
 TEST(GiphyRating, RawStringsAreExactAndDeclaredInTheLibrarysOrder) {
   const std::pair<GiphyRating, std::string_view> cases[] = {
-      {GiphyRating::y, "y"}, {GiphyRating::g, "g"}, {GiphyRating::pg, "pg"}, {GiphyRating::pg13, "pg-13"}, {GiphyRating::r, "r"}};
+      {GiphyRating::y, "y"},         {GiphyRating::g, "g"}, {GiphyRating::pg, "pg"},
+      {GiphyRating::pg13, "pg-13"}, {GiphyRating::r, "r"}};
   for (std::size_t index = 0; index < std::size(cases); ++index) {
     const auto [rating, raw] = cases[index];
     EXPECT_EQ(static_cast<std::size_t>(rating), index) << raw;

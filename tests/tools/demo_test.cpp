@@ -38,6 +38,13 @@ TEST(TunevoDemo, ShowsRecordsAndErrorsOfEveryControllerFromAnyDirectory) {
       "  -- next offset 0 + 2 = 2; 1 of 3 tracks remain",
       "  -- next offset 2 + 1 = 3, the total: this was the last page",
       "  done",
+      "== GiphyDataController ==",
+      "    Zj5Wq2n7Lb3mTq  rating g, kept 5 of 6 renditions",
+      "      fixed_width_still   200x113  https://giphy-media.tunevo.app/media/Zj5Wq2n7Lb3mTq/200w_s.gif?cid=ecf05e47&rid=200w_s.gif",
+      "    (Vq8Lm3Zc1Rk0Sy dropped: none of its 2 renditions suits a cover)",
+      "      original            700x300  https://giphy-media.tunevo.app/media/Hn4Pw9Xb6Ta2Uq/giphy.gif",
+      "  resolved https://giphy-media.tunevo.app/media/Zj5Wq2n7Lb3mTq/200_s.gif?cid=ecf05e47&rid=200_s.gif",
+      "  error   domain \"No still image url\", code 0",
   };
   for (const std::string& line : expectedLines) {
     EXPECT_NE(run.out.find("\n" + line + "\n"), std::string::npos) << "missing line: " << line << "\n" << run.out;

@@ -108,7 +108,7 @@ TEST(ParseKindTable, ListsEveryKindOnceAndTheUsageNamesThemAll) {
                                                 "listening-history", "user-top-chart",
                                                 "favorites", "genres", "metadata",
                                                 "playlist-tracks-page", "playlists",
-                                                "playlist-images"}));
+                                                "playlist-images", "giphy", "giphys"}));
   EXPECT_EQ(findParseKind("Tracks"), nullptr);
 
   const Outcome help = parse({"--help"});

@@ -21,6 +21,7 @@
 #include "applogic/rx/rx.h"
 #include "applogic/support/fatal.h"
 #include "applogic/testing/scripted_services.h"
+#include "tunevo/demo_giphy.h"
 #include "tunevo/demo_playlists.h"
 #include "tunevo/demo_samples.h"
 #include "tunevo/exit_codes.h"
@@ -41,9 +42,9 @@ constexpr std::string_view kSignedInUser = "listener-1";
 constexpr std::string_view kUsage =
     "usage: tunevo demo\n"
     "\n"
-    "Runs the data controllers over scripted music services that answer with the bundled sample\n"
-    "answers, and prints what an app would receive: records, and errors with their domain and\n"
-    "code. Needs no network and no account.\n";
+    "Runs the data controllers over scripted music and Giphy services that answer with the bundled\n"
+    "sample answers, and prints what an app would receive: records, and errors with their domain\n"
+    "and code. Needs no network and no account.\n";
 
 // The bundled sample `name`. Samples are part of the program, so a missing or broken one is a
 // build fault, not an input error.
@@ -127,6 +128,7 @@ class Demo {
     personalizedSection();
     genreSection();
     showPlaylists(out_);
+    showGiphy(out_);
   }
 
  private:

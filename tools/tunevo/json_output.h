@@ -8,6 +8,7 @@
 #include <boost/json/value.hpp>
 
 #include "applogic/records/genre.h"
+#include "applogic/records/giphy.h"
 #include "applogic/records/page.h"
 #include "applogic/records/playlist.h"
 #include "applogic/records/track.h"
@@ -29,6 +30,11 @@ boost::json::value toJson(const applogic::Playlist& playlist);
 /// {"metadata": ..., "payload": ...}; defined below the list and optional forms, which it uses.
 template <class Payload>
 boost::json::value toJson(const applogic::Page<Payload>& page);
+
+// Giphy pictures (json_output_giphy.cpp): `images` is an object from rendition key to
+// {"width", "height", "urlString"} in the answer's order, sizes as integers when whole (else as
+// numbers, null when not finite); `rating` is its raw string; an absent optional field is null.
+boost::json::value toJson(const applogic::Giphy& giphy);
 
 // Overloads for further records go above this line, so that the list and optional forms below
 // find them.

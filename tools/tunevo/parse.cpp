@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 #include <ostream>
+#include <vector>
 
 #include <boost/json/stream_parser.hpp>
 
@@ -46,6 +47,8 @@ constexpr ParseKind kParseKinds[] = {
     {"playlists", R"({"playlists": [playlist, ...]})", &render<applogic::PlaylistsResponseToPlaylists>},
     {"playlist-images", R"({"images": [image, ...]})",
      &render<applogic::PlaylistImagesResponseToPlaylistImage>},
+    {"giphy", R"({"data": picture})", nullptr, &parseGiphy},
+    {"giphys", R"({"data": [picture, ...]})", nullptr, &parseGiphys},
 };
 
 struct Input {
@@ -110,8 +113,9 @@ const ParseKind* findParseKind(std::string_view name) noexcept {
 
 void printParseUsage(std::ostream& out) {
   out << "usage: tunevo parse KIND [FILE]\n"
+         "       tunevo parse giphy|giphys [--media-proxy-host HOST] [--filter aspect] [FILE]\n"
          "\n"
-         "Reads one JSON answer of the music service from FILE, or from standard input when FILE\n"
+         "Reads one JSON answer of a service from FILE, or from standard input when FILE\n"
          "is absent or \"-\", and prints the records that KIND's serializer makes of it as one\n"
          "JSON document: an array of records or one record, or null when the answer does not\n"
          "have the shape the KIND expects.\n"
@@ -122,21 +126,33 @@ void printParseUsage(std::ostream& out) {
         << kind.answer << "\n";
   }
   out << "\n"
+         "Options of the Giphy KINDs:\n"
+         "  --media-proxy-host HOST  the host rendition addresses move onto (default "
+      << applogic::kDefaultGiphyMediaProxyHost
+      << ")\n"
+         "  --filter aspect          keep only the renditions GiphyDataController accepts\n"
+         "\n"
          "Exit status: 0 the text was JSON, 2 it was not, 64 bad usage, 66 FILE cannot be read.\n"
-         "An answer the library refuses outright (a display image without an id) stops the\n"
-         "program abnormally, with nothing on standard output.\n";
+         "An answer the library refuses outright (a display image or a Giphy picture without an\n"
+         "id) stops the program abnormally, with nothing on standard output.\n";
 }
 
-int runParse(std::span<const std::string> args, std::istream& in, std::ostream& out,
+int runParse(std::span<const std::string> arguments, std::istream& in, std::ostream& out,
              std::ostream& err) {
-  if (!args.empty() && (args[0] == "-h" || args[0] == "--help")) {
+  if (!arguments.empty() && (arguments[0] == "-h" || arguments[0] == "--help")) {
     printParseUsage(out);
     return kExitOk;
   }
+  const GiphyOptionScan scan = takeGiphyOptions(arguments);
+  if (!scan.error.empty()) return usageError(err, scan.error);
+  const std::vector<std::string>& args = scan.rest;
   if (args.empty()) return usageError(err, "missing KIND");
   if (args.size() > 2) return usageError(err, "too many arguments");
   const ParseKind* kind = findParseKind(args[0]);
   if (kind == nullptr) return usageError(err, "unknown KIND '" + args[0] + "'");
+  if (scan.given && kind->runWithGiphyOptions == nullptr) {
+    return usageError(err, "KIND '" + args[0] + "' takes no options");
+  }
 
   Input input;
   if (args.size() == 2 && args[1] != "-") {
@@ -173,7 +189,7 @@ int runParse(std::span<const std::string> args, std::istream& in, std::ostream& 
     return kExitNotJson;
   }
   const applogic::Json answer = parser.release();
-  writeDocument(out, kind->run(answer));
+  writeDocument(out, kind->runWithGiphyOptions ? kind->runWithGiphyOptions(answer, scan.options) : kind->run(answer));
   return kExitOk;
 }
 
