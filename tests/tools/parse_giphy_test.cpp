@@ -14,17 +14,7 @@ namespace tunevo {
 namespace {
 
 using test::Outcome;
-
-Outcome parse(std::vector<std::string> args, std::string_view input) {
-  std::istringstream in{std::string(input)};
-  std::ostringstream out;
-  std::ostringstream err;
-  Outcome run;
-  run.status = runParse(args, in, out, err);
-  run.out = out.str();
-  run.err = err.str();
-  return run;
-}
+using test::parse;
 
 constexpr const char* kPicture =
     R"({"id":"a","rating":"pg-13","url":"https://giphy.com/gifs/a","bitly_gif_url":5,"images":{)"

@@ -14,19 +14,9 @@ namespace tunevo {
 namespace {
 
 using test::Outcome;
+using test::parse;
 using test::readAll;
 using test::runTunevo;
-
-Outcome parse(std::vector<std::string> args, std::string_view input = "") {
-  std::istringstream in{std::string(input)};
-  std::ostringstream out;
-  std::ostringstream err;
-  Outcome run;
-  run.status = runParse(args, in, out, err);
-  run.out = out.str();
-  run.err = err.str();
-  return run;
-}
 
 std::filesystem::path scratchFile(std::string_view name, std::string_view contents) {
   const auto path = std::filesystem::path(::testing::TempDir()) / name;

@@ -1,7 +1,8 @@
 #pragma once
 
-// Runs the tunevo program as a user would, from a directory of the current test's own (ctest
-// runs tests in parallel processes, and the demo must not find any sample files around it).
+// Runs tunevo two ways: `parse` in process through its entry function, and the whole program as
+// a user would, from a directory of the current test's own (ctest runs tests in parallel
+// processes, and the demo must not find any sample files around it).
 
 #include <sys/wait.h>
 
@@ -9,9 +10,14 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include <gtest/gtest.h>
+
+#include "tunevo/parse.h"
 
 namespace tunevo::test {
 
@@ -20,6 +26,17 @@ struct Outcome {
   std::string out;
   std::string err;
 };
+
+inline Outcome parse(const std::vector<std::string>& args, std::string_view input = "") {
+  std::istringstream in{std::string(input)};
+  std::ostringstream out;
+  std::ostringstream err;
+  Outcome run;
+  run.status = runParse(args, in, out, err);
+  run.out = out.str();
+  run.err = err.str();
+  return run;
+}
 
 inline std::string readAll(const std::filesystem::path& path) {
   std::ifstream file(path, std::ios::binary);

@@ -11,7 +11,6 @@
 #include <variant>
 #include <vector>
 
-#include <boost/json/parse.hpp>
 
 #include "applogic/controllers/genre_data_controller.h"
 #include "applogic/controllers/personalized_data_controller.h"
@@ -19,11 +18,10 @@
 #include "applogic/controllers/tracks_data_controller.h"
 #include "applogic/controllers/users_tracks_data_controller.h"
 #include "applogic/rx/rx.h"
-#include "applogic/support/fatal.h"
 #include "applogic/testing/scripted_services.h"
 #include "tunevo/demo_giphy.h"
 #include "tunevo/demo_playlists.h"
-#include "tunevo/demo_samples.h"
+#include "tunevo/demo_support.h"
 #include "tunevo/exit_codes.h"
 
 namespace tunevo {
@@ -46,18 +44,7 @@ constexpr std::string_view kUsage =
     "sample answers, and prints what an app would receive: records, and errors with their domain\n"
     "and code. Needs no network and no account.\n";
 
-// The bundled sample `name`. Samples are part of the program, so a missing or broken one is a
-// build fault, not an input error.
-applogic::Json sampleJson(std::string_view name) {
-  const std::optional<std::string_view> text = demoSample(name);
-  if (!text) applogic::fatalError("tunevo demo: no bundled sample named " + std::string(name));
-  boost::system::error_code error;
-  applogic::Json answer = boost::json::parse(*text, error);
-  if (error) applogic::fatalError("tunevo demo: sample " + std::string(name) + " is not JSON: " + error.message());
-  return answer;
-}
-
-Answer sample(std::string_view name) { return Answer::json(sampleJson(name)); }
+Answer sample(std::string_view name) { return sampleAnswer(name); }
 
 Error offline() {
   return Error{"NSURLErrorDomain", -1009, {{"NSLocalizedDescription", "The Internet connection appears to be offline."}}};
@@ -104,14 +91,7 @@ void print(std::ostream& out, const UserTracksUpdate& update) {
   print(out, update.tracks);
 }
 
-void print(std::ostream& out, const Error& error) {
-  out << "  error   domain \"" << error.domain << "\", code " << error.code << "\n";
-  for (const auto& [key, value] : error.userInfo) {
-    out << "          " << key << ": ";
-    std::visit([&out](const auto& v) { out << v; }, value);
-    out << "\n";
-  }
-}
+void print(std::ostream& out, const Error& error) { printError(out, error); }
 
 // Walks through the five controllers, one section each. Every call prints the operation, where
 // its answer comes from, and then every event the app receives, as it arrives.

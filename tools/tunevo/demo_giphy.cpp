@@ -8,13 +8,11 @@
 #include <string_view>
 #include <vector>
 
-#include <boost/json/parse.hpp>
 
 #include "applogic/controllers/giphy_data_controller.h"
 #include "applogic/rx/rx.h"
-#include "applogic/support/fatal.h"
 #include "applogic/testing/scripted_giphy_service.h"
-#include "tunevo/demo_samples.h"
+#include "tunevo/demo_support.h"
 
 namespace tunevo {
 namespace {
@@ -23,19 +21,6 @@ using applogic::Error;
 using applogic::Giphy;
 using applogic::Url;
 using applogic::testing::Answer;
-
-applogic::Json giphySample(std::string_view name) {
-  const std::optional<std::string_view> text = demoSample(name);
-  if (!text) applogic::fatalError("tunevo demo: no bundled sample named " + std::string(name));
-  boost::system::error_code error;
-  applogic::Json answer = boost::json::parse(*text, error);
-  if (error) applogic::fatalError("tunevo demo: sample " + std::string(name) + " is not JSON: " + error.message());
-  return answer;
-}
-
-void printError(std::ostream& out, const Error& error) {
-  out << "  error   domain \"" << error.domain << "\", code " << error.code << "\n";
-}
 
 std::string lastCall(const applogic::testing::ScriptedGiphyService& service) {
   const auto calls = service.calls();
@@ -66,7 +51,7 @@ class GiphyDemo {
 
  private:
   void trending() {
-    const applogic::Json answer = giphySample("giphy_trending");
+    const applogic::Json answer = sampleJson("giphy_trending");
     service_->script("getTrending", Answer::json(answer));
     const auto unfiltered = applogic::GiphysResponseToGiphy(answer).value_or(std::vector<Giphy>());
     const auto pictures = controller_.getTrending();
@@ -103,7 +88,7 @@ class GiphyDemo {
   }
 
   void stillImageUrl(const std::string& id, float width, std::string_view sample, std::string_view remark) {
-    service_->script("get", Answer::json(giphySample(sample)));
+    service_->script("get", Answer::json(sampleJson(sample)));
     out_ << "\ngetGiphySillImageUrl(\"" << id << "\", " << width << ")\n  service answers with " << sample
          << ".json" << remark << "\n";
     // The scripted answer settles the deferred before `done` is called, so `this` outlives it.

@@ -9,13 +9,11 @@
 #include <string_view>
 #include <vector>
 
-#include <boost/json/parse.hpp>
 
 #include "applogic/controllers/playlists_data_controller.h"
 #include "applogic/rx/rx.h"
-#include "applogic/support/fatal.h"
 #include "applogic/testing/scripted_playlists_service.h"
-#include "tunevo/demo_samples.h"
+#include "tunevo/demo_support.h"
 
 namespace tunevo {
 namespace {
@@ -28,16 +26,7 @@ using applogic::testing::Answer;
 
 using TracksPage = applogic::Page<std::vector<Track>>;
 
-// As in demo.cpp: the samples are part of the program, so a missing or broken one is a build
-// fault.
-Answer sample(std::string_view name) {
-  const std::optional<std::string_view> text = demoSample(name);
-  if (!text) applogic::fatalError("tunevo demo: no bundled sample named " + std::string(name));
-  boost::system::error_code error;
-  applogic::Json answer = boost::json::parse(*text, error);
-  if (error) applogic::fatalError("tunevo demo: sample " + std::string(name) + " is not JSON: " + error.message());
-  return Answer::json(std::move(answer));
-}
+Answer sample(std::string_view name) { return sampleAnswer(name); }
 
 std::string known(std::int64_t value) { return value < 0 ? "unknown" : std::to_string(value); }
 
@@ -63,9 +52,7 @@ void print(std::ostream& out, const TracksPage& page) {
 
 void print(std::ostream& out, const applogic::Unit&) { out << "  done\n"; }
 
-void print(std::ostream& out, const applogic::Error& error) {
-  out << "  error   domain \"" << error.domain << "\", code " << error.code << "\n";
-}
+void print(std::ostream& out, const applogic::Error& error) { printError(out, error); }
 
 // Where the next page starts, from the page's own paging block: the controller keeps no paging
 // position. Unknown when the block lacks the offset or the count.
