@@ -1,0 +1,26 @@
+#pragma once
+
+#include <memory>
+
+#include "applogic/platform/clock.h"
+#include "applogic/platform/locale.h"
+
+namespace applogic::platform {
+
+/// The platform services the library runs on, gathered in one place. A host builds it once
+/// (`makeLinuxPlatform()` on Linux) and hands it, or the members a class needs, to the library;
+/// tests build their own from the doubles of `applogic_testing`. Each member documents its own
+/// thread contract. A copy shares the same services.
+struct Platform {
+  std::shared_ptr<const Clock> clock;
+  std::shared_ptr<const Locale> locale;
+};
+
+/// Options of the Linux ports; every member has a working default.
+struct LinuxPlatformOptions {};
+
+/// The real Linux ports: the system clock and the POSIX locale. The only function that names
+/// the Linux types.
+Platform makeLinuxPlatform(const LinuxPlatformOptions& options = {});
+
+}  // namespace applogic::platform
