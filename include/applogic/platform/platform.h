@@ -2,8 +2,12 @@
 
 #include <memory>
 
+#include "applogic/platform/audio_session_backend.h"
 #include "applogic/platform/clock.h"
 #include "applogic/platform/locale.h"
+#include "applogic/platform/main_thread.h"
+#include "applogic/platform/media_player.h"
+#include "applogic/platform/notification_center.h"
 
 namespace applogic::platform {
 
@@ -14,6 +18,12 @@ namespace applogic::platform {
 struct Platform {
   std::shared_ptr<const Clock> clock;
   std::shared_ptr<const Locale> locale;
+  std::shared_ptr<MainThread> mainThread;
+  /// The center the audio session backend and the media players post to.
+  std::shared_ptr<NotificationCenter> notificationCenter;
+  std::shared_ptr<AudioSessionBackend> audioSessionBackend;
+  /// Absent where no media player port exists yet.
+  std::shared_ptr<MediaPlayerFactory> mediaPlayers;
 };
 
 /// Options of the Linux ports; every member has a working default.

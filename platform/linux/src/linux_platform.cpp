@@ -1,5 +1,8 @@
 #include "applogic/platform/platform.h"
 
+#include "applogic/platform/desktop_audio_session.h"
+#include "applogic/platform/run_loop.h"
+
 namespace applogic::platform {
 namespace {
 
@@ -14,6 +17,9 @@ Platform makeLinuxPlatform(const LinuxPlatformOptions& /*options*/) {
   Platform platform;
   platform.clock = std::make_shared<SystemClock>();
   platform.locale = systemLocale();
+  platform.mainThread = std::make_shared<RunLoop>();
+  platform.notificationCenter = makeNotificationCenter();
+  platform.audioSessionBackend = std::make_shared<DesktopAudioSession>(platform.notificationCenter);
   return platform;
 }
 

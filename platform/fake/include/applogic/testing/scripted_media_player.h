@@ -1,0 +1,96 @@
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "applogic/platform/media_player.h"
+#include "applogic/platform/notification_center.h"
+
+namespace applogic::testing {
+
+/// An item of the scripted player: only its address.
+class ScriptedMediaPlayerItem final : public platform::MediaPlayerItem {
+ public:
+  explicit ScriptedMediaPlayerItem(Url url) : url_(std::move(url)) {}
+  const Url& url() const override { return url_; }
+
+ private:
+  Url url_;
+};
+
+/// A `MediaPlayer` that plays nothing. `play` and `pause` set the rate to 1 and 0 at once, as
+/// the platform's player does; everything else the player would do by itself (stalling, reaching
+/// the end, failing) happens only when the test calls `setRate` or `post...`. Rate handlers run
+/// on the calling thread, outside the player's lock. Every call is recorded in `calls()` as one
+/// line: "replace <url>" / "replace none", "play", "pause", "seek <nanoseconds>",
+/// "waitsToMinimizeStalling <true|false>". Thread-safe.
+class ScriptedMediaPlayer final : public platform::MediaPlayer,
+                                  public std::enable_shared_from_this<ScriptedMediaPlayer> {
+ public:
+  explicit ScriptedMediaPlayer(std::shared_ptr<platform::NotificationCenter> notificationCenter);
+
+  void replaceCurrentItem(std::shared_ptr<platform::MediaPlayerItem> item) override;
+  std::shared_ptr<platform::MediaPlayerItem> currentItem() const override;
+  void play() override;
+  void pause() override;
+  float rate() const override;
+  [[nodiscard]] std::unique_ptr<platform::MediaPlayerRateObservation> observeRate(
+      std::function<void(float rate)> handler) override;
+  void seek(std::chrono::nanoseconds time) override;
+  void setAutomaticallyWaitsToMinimizeStalling(bool waits) override;
+
+  // --- script --------------------------------------------------------------------------------
+
+  /// Changes the rate as the player would on its own; handlers run when it differs.
+  void setRate(float rate);
+  /// Posts the end notification about `item` (the current item when null).
+  void postDidPlayToEnd(const std::shared_ptr<platform::MediaPlayerItem>& item = nullptr);
+  /// Posts the failed-to-reach-end notification about `item` (the current item when null).
+  void postFailedToPlayToEnd(const std::shared_ptr<platform::MediaPlayerItem>& item = nullptr);
+
+  // --- what happened -------------------------------------------------------------------------
+
+  std::vector<std::string> calls() const;
+  void clearCalls();
+  std::size_t rateObserverCount() const;
+  bool automaticallyWaitsToMinimizeStalling() const;
+
+ private:
+  struct RateObserver;
+  class Observation;
+
+  void changeRate(float rate);
+  void postAbout(std::string_view name, const std::shared_ptr<platform::MediaPlayerItem>& item);
+
+  std::shared_ptr<platform::NotificationCenter> notificationCenter_;
+  mutable std::mutex mutex_;
+  std::shared_ptr<platform::MediaPlayerItem> item_;
+  float rate_ = 0.0f;
+  bool waits_ = true;
+  std::vector<std::string> calls_;
+  std::vector<std::shared_ptr<RateObserver>> rateObservers_;
+};
+
+/// Makes `ScriptedMediaPlayer`s and keeps them for the test (`players()`).
+class ScriptedMediaPlayerFactory final : public platform::MediaPlayerFactory {
+ public:
+  explicit ScriptedMediaPlayerFactory(std::shared_ptr<platform::NotificationCenter> notificationCenter)
+      : notificationCenter_(std::move(notificationCenter)) {}
+
+  std::shared_ptr<platform::MediaPlayer> makePlayer() override;
+  std::shared_ptr<platform::MediaPlayerItem> makeItem(const Url& url) override;
+
+  std::vector<std::shared_ptr<ScriptedMediaPlayer>> players() const;
+  /// The player made last; null before the first.
+  std::shared_ptr<ScriptedMediaPlayer> lastPlayer() const;
+
+ private:
+  std::shared_ptr<platform::NotificationCenter> notificationCenter_;
+  mutable std::mutex mutex_;
+  std::vector<std::shared_ptr<ScriptedMediaPlayer>> players_;
+};
+
+}  // namespace applogic::testing

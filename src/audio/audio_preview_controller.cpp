@@ -1,0 +1,93 @@
+#include "applogic/audio/audio_preview_controller.h"
+
+#include <chrono>
+#include <string>
+#include <utility>
+
+#include "applogic/support/log.h"
+#include "applogic/support/strings.h"
+#include "applogic/support/url.h"
+
+namespace applogic {
+
+AudioPreviewController::AudioPreviewController(std::shared_ptr<VXAudioSession> audioSession,
+                                               const platform::Platform& platform)
+    : media_(platform.mediaPlayers),
+      player_(media_->makePlayer()),
+      audioSession_(std::move(audioSession)),
+      notificationCenter_(platform.notificationCenter) {
+  player_->setAutomaticallyWaitsToMinimizeStalling(false);
+  // Captures `this`: the destructor ends the observation before any member goes.
+  rateObservation_ = player_->observeRate([this](float rate) { observeRate(rate); });
+}
+
+AudioPreviewController::~AudioPreviewController() {
+  removeItemObservers();
+  rateObservation_.reset();
+}
+
+bool AudioPreviewController::isCurrent(const Track& track) const {
+  const auto current = currentTrackVar_.value();
+  return current && canonicallyEqual(current->id, track.id);
+}
+
+void AudioPreviewController::changeTrack(const Track& track) {
+  stop();
+  const auto url = Url::parse(track.previewURL);
+  if (!url) return;
+  auto item = media_->makeItem(*url);
+  // Set before anything plays, so that a view shows "playing" at once; the player's next rate
+  // change corrects it.
+  isPlayingVar_.setValue(true);
+  currentTrackVar_.setValue(track);
+  // The handlers capture `this`: the observers are removed in `stop` and in the destructor.
+  itemObservers_.push_back(notificationCenter_->addObserver(
+      std::string(platform::kMediaPlayerItemDidPlayToEndTimeNotification), item.get(),
+      [this](const platform::Notification& notification) { playerItemDidReachEnd(notification); }));
+  itemObservers_.push_back(notificationCenter_->addObserver(
+      std::string(platform::kMediaPlayerItemFailedToPlayToEndTimeNotification), item.get(),
+      [this](const platform::Notification& notification) { playerItemDidNotReachEnd(notification); }));
+  player_->replaceCurrentItem(std::move(item));
+  Error ignored;
+  audioSession_->setCategory(platform::kAudioSessionCategoryPlayback, &ignored);
+  // Never balanced by a deactivation here: the full-track player shares the session.
+  audioSession_->setActive(true, &ignored);
+}
+
+void AudioPreviewController::resume() {
+  if (!player_->currentItem()) return;
+  if (pauseFullTrackPlayer_) pauseFullTrackPlayer_();
+  player_->play();
+}
+
+void AudioPreviewController::pause() {
+  if (player_->currentItem()) player_->pause();
+}
+
+void AudioPreviewController::releaseResources() { stop(); }
+
+void AudioPreviewController::stop() {
+  pause();
+  currentTrackVar_.setValue(std::nullopt);
+  if (player_->currentItem()) removeItemObservers();
+  player_->replaceCurrentItem(nullptr);
+}
+
+void AudioPreviewController::observeRate(float rate) { isPlayingVar_.setValue(rate > 0.0f); }
+
+void AudioPreviewController::playerItemDidReachEnd(const platform::Notification& /*notification*/) {
+  player_->seek(std::chrono::seconds(0));
+  pause();
+}
+
+void AudioPreviewController::playerItemDidNotReachEnd(const platform::Notification& /*notification*/) {
+  log("AudioPreviewController Failed to play to the end");
+  player_->seek(std::chrono::seconds(0));
+  pause();
+}
+
+void AudioPreviewController::removeItemObservers() {
+  for (const auto& token : std::exchange(itemObservers_, {})) notificationCenter_->removeObserver(token);
+}
+
+}  // namespace applogic
