@@ -11,6 +11,8 @@ PACKAGES=(
   # libboost-dev is 1.74 and conflicts with them), Unicode normalisation and graphemes
   libboost-json1.81-dev libboost-url1.81-dev
   libutf8proc-dev
+  # Linux media player port: GStreamer's playbin, WAV/MP3/AAC parsing and http(s) sources
+  libgstreamer1.0-dev gstreamer1.0-plugins-base gstreamer1.0-plugins-good
   # Tests
   libgtest-dev libgmock-dev googletest
   # Fuzz targets and clang sanitizer runtimes (libFuzzer lives in libclang-rt)

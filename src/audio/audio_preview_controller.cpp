@@ -4,15 +4,26 @@
 #include <string>
 #include <utility>
 
+#include "applogic/support/fatal.h"
 #include "applogic/support/log.h"
 #include "applogic/support/strings.h"
 #include "applogic/support/url.h"
 
 namespace applogic {
+namespace {
+
+const platform::Platform& requireMedia(const platform::Platform& platform) {
+  if (!platform.mediaPlayers || !platform.notificationCenter) {
+    fatalError("AudioPreviewController needs a platform with media players and a notification center");
+  }
+  return platform;
+}
+
+}  // namespace
 
 AudioPreviewController::AudioPreviewController(std::shared_ptr<VXAudioSession> audioSession,
                                                const platform::Platform& platform)
-    : media_(platform.mediaPlayers),
+    : media_(requireMedia(platform).mediaPlayers),
       player_(media_->makePlayer()),
       audioSession_(std::move(audioSession)),
       notificationCenter_(platform.notificationCenter) {

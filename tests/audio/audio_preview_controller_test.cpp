@@ -197,5 +197,13 @@ TEST_F(AudioPreviewControllerTest, DestructionStopsListeningAndCompletesTheStrea
   EXPECT_TRUE(player->calls().empty());
 }
 
+TEST(AudioPreviewControllerDeathTest, StopsWithoutAMediaPlayerPort) {
+  testing::AudioFakes fakes;
+  auto session = std::make_shared<VXAudioSession>(fakes.audioSession, fakes.notificationCenter);
+  platform::Platform withoutPlayers = fakes.platform();
+  withoutPlayers.mediaPlayers = nullptr;
+  EXPECT_DEATH(AudioPreviewController(session, withoutPlayers), "needs a platform with media players");
+}
+
 }  // namespace
 }  // namespace applogic

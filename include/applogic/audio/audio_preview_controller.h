@@ -31,8 +31,8 @@ namespace applogic {
 class AudioPreviewController {
  public:
   /// A controller with an empty player made from `platform.mediaPlayers`, listening for the
-  /// player's end notifications on `platform.notificationCenter` (both must be non-null, and the
-  /// players must post to that center). The player starts playing as soon as it can rather than
+  /// player's end notifications on `platform.notificationCenter` (the players must post to that
+  /// center); stops the program (`fatalError`) when either is null. The player starts playing as soon as it can rather than
   /// buffering first. `audioSession` must be non-null and have `isApplicationInBackground` set
   /// before the first `changeTrack`.
   AudioPreviewController(std::shared_ptr<VXAudioSession> audioSession, const platform::Platform& platform);

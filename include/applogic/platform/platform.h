@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <string>
 
 #include "applogic/platform/audio_session_backend.h"
 #include "applogic/platform/clock.h"
@@ -22,15 +23,20 @@ struct Platform {
   /// The center the audio session backend and the media players post to.
   std::shared_ptr<NotificationCenter> notificationCenter;
   std::shared_ptr<AudioSessionBackend> audioSessionBackend;
-  /// Absent where no media player port exists yet.
+  /// Absent when the platform cannot play media (on Linux: GStreamer's playbin is missing).
   std::shared_ptr<MediaPlayerFactory> mediaPlayers;
 };
 
 /// Options of the Linux ports; every member has a working default.
-struct LinuxPlatformOptions {};
+struct LinuxPlatformOptions {
+  /// Where the media players send their sound, as a GStreamer pipeline description; empty: the
+  /// system's default output. "fakesink sync=true" plays in real time without a sound device.
+  std::string audioSink;
+};
 
 /// The real Linux ports: the system clock and the POSIX locale. The only function that names
-/// the Linux types.
+/// the Linux types. `mainThread` is a `RunLoop` ("applogic/platform/run_loop.h") whose main
+/// thread is the calling thread; the host runs it there.
 Platform makeLinuxPlatform(const LinuxPlatformOptions& options = {});
 
 }  // namespace applogic::platform

@@ -1,6 +1,7 @@
 #include "applogic/platform/platform.h"
 
 #include "applogic/platform/desktop_audio_session.h"
+#include "applogic/platform/gstreamer_media_player.h"
 #include "applogic/platform/run_loop.h"
 
 namespace applogic::platform {
@@ -13,13 +14,15 @@ class SystemClock final : public Clock {
 
 }  // namespace
 
-Platform makeLinuxPlatform(const LinuxPlatformOptions& /*options*/) {
+Platform makeLinuxPlatform(const LinuxPlatformOptions& options) {
   Platform platform;
   platform.clock = std::make_shared<SystemClock>();
   platform.locale = systemLocale();
   platform.mainThread = std::make_shared<RunLoop>();
   platform.notificationCenter = makeNotificationCenter();
   platform.audioSessionBackend = std::make_shared<DesktopAudioSession>(platform.notificationCenter);
+  platform.mediaPlayers = makeGStreamerMediaPlayers(platform.mainThread, platform.notificationCenter,
+                                                    GStreamerMediaOptions{options.audioSink});
   return platform;
 }
 

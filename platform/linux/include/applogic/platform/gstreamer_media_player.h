@@ -1,0 +1,36 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "applogic/platform/main_thread.h"
+#include "applogic/platform/media_player.h"
+#include "applogic/platform/notification_center.h"
+
+namespace applogic::platform {
+
+/// Options of the GStreamer media players.
+struct GStreamerMediaOptions {
+  /// The audio sink, as a pipeline description ("pulsesink", "alsasink device=hw:1"). Empty: the
+  /// system's default output ("autoaudiosink"). "fakesink sync=true" plays in real time without
+  /// a sound device (headless runs, CI).
+  std::string audioSink;
+};
+
+/// The Linux `MediaPlayerFactory`: each player is a GStreamer `playbin` for http(s) and file
+/// addresses, playing sound only.
+///
+/// GStreamer reports from threads of its own; the players hand every report to `mainThread`,
+/// so rate changes that the player makes by itself (0 at the end or on a failure) and the end
+/// and failed-to-reach-end notifications arrive on the main thread, when the host runs it. An
+/// item that cannot be played (unreachable address, not audio, broken midway) posts the
+/// failed-to-reach-end notification. Rate changes made by `play` and `pause` are reported
+/// inside those calls. The players run no GLib main loop.
+///
+/// Returns null when GStreamer or its `playbin` element is not available, or when `audioSink`
+/// does not describe an element. Any thread.
+std::shared_ptr<MediaPlayerFactory> makeGStreamerMediaPlayers(std::shared_ptr<MainThread> mainThread,
+                                                              std::shared_ptr<NotificationCenter> notificationCenter,
+                                                              GStreamerMediaOptions options = {});
+
+}  // namespace applogic::platform

@@ -1,0 +1,313 @@
+#include "applogic/platform/gstreamer_media_player.h"
+
+#include <gst/gst.h>
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+namespace applogic::platform {
+namespace {
+
+bool gstreamerAvailable() {
+  static const bool available = [] {
+    GError* error = nullptr;
+    const bool initialised = gst_init_check(nullptr, nullptr, &error);
+    if (error != nullptr) g_error_free(error);
+    if (!initialised) return false;
+    GstElementFactory* playbin = gst_element_factory_find("playbin");
+    if (playbin == nullptr) return false;
+    gst_object_unref(playbin);
+    return true;
+  }();
+  return available;
+}
+
+// A new floating sink element, or null when the description names none.
+GstElement* makeAudioSink(const std::string& description) {
+  if (description.empty()) return gst_element_factory_make("autoaudiosink", nullptr);
+  GError* error = nullptr;
+  GstElement* sink = gst_parse_bin_from_description(description.c_str(), TRUE, &error);
+  if (error != nullptr) {
+    g_error_free(error);
+    if (sink != nullptr) gst_object_unref(sink);
+    return nullptr;
+  }
+  return sink;
+}
+
+// playbin's GstPlayFlags: sound only (no video or subtitle branches), with software volume.
+constexpr int kPlayFlagAudio = 1 << 1;
+constexpr int kPlayFlagSoftVolume = 1 << 4;
+
+class GStreamerItem final : public MediaPlayerItem {
+ public:
+  explicit GStreamerItem(Url url) : url_(std::move(url)) {}
+  const Url& url() const override { return url_; }
+
+ private:
+  Url url_;
+};
+
+class GStreamerPlayer;
+
+enum class Report { end, failure, bufferingStarted, bufferingDone };
+
+// What the bus handler needs, on GStreamer's threads, without touching the player itself: a
+// strong reference taken there could be the last one and destroy the player on a streaming
+// thread, which would then wait for itself.
+struct BusContext {
+  std::weak_ptr<GStreamerPlayer> player;
+  std::shared_ptr<MainThread> mainThread;
+  std::shared_ptr<const std::atomic<std::uint64_t>> generation;
+};
+
+class GStreamerPlayer final : public MediaPlayer, public std::enable_shared_from_this<GStreamerPlayer> {
+ public:
+  GStreamerPlayer(GstElement* playbin, std::shared_ptr<MainThread> mainThread,
+                  std::shared_ptr<NotificationCenter> notificationCenter)
+      : playbin_(playbin), mainThread_(std::move(mainThread)), notificationCenter_(std::move(notificationCenter)) {}
+
+  ~GStreamerPlayer() override {
+    gst_element_set_state(playbin_, GST_STATE_NULL);
+    GstBus* bus = gst_element_get_bus(playbin_);
+    gst_bus_set_sync_handler(bus, nullptr, nullptr, nullptr);
+    gst_object_unref(bus);
+    gst_object_unref(playbin_);
+  }
+
+  void listen() {
+    GstBus* bus = gst_element_get_bus(playbin_);
+    auto* context = new BusContext{weak_from_this(), mainThread_, generation_};
+    gst_bus_set_sync_handler(bus, &GStreamerPlayer::onBusMessage, context,
+                             [](gpointer data) { delete static_cast<BusContext*>(data); });
+    gst_object_unref(bus);
+  }
+
+  void replaceCurrentItem(std::shared_ptr<MediaPlayerItem> item) override {
+    // After the NULL state returns no streaming thread of the old item runs; reports it made
+    // before carry the old generation and are dropped on the main thread.
+    gst_element_set_state(playbin_, GST_STATE_NULL);
+    generation_->fetch_add(1);
+    bool playing = false;
+    {
+      std::lock_guard lock(mutex_);
+      item_ = item;
+      buffering_ = false;
+      playing = rate_ > 0.0f;
+    }
+    if (!item) return;
+    g_object_set(playbin_, "uri", item->url().string().c_str(), nullptr);
+    gst_element_set_state(playbin_, playing ? GST_STATE_PLAYING : GST_STATE_PAUSED);
+  }
+
+  std::shared_ptr<MediaPlayerItem> currentItem() const override {
+    std::lock_guard lock(mutex_);
+    return item_;
+  }
+
+  void play() override {
+    bool hasItem = false;
+    bool held = false;
+    {
+      std::lock_guard lock(mutex_);
+      hasItem = item_ != nullptr;
+      held = buffering_ && waits_;
+    }
+    if (hasItem && !held) gst_element_set_state(playbin_, GST_STATE_PLAYING);
+    changeRate(1.0f);
+  }
+
+  void pause() override {
+    if (currentItem()) gst_element_set_state(playbin_, GST_STATE_PAUSED);
+    changeRate(0.0f);
+  }
+
+  float rate() const override {
+    std::lock_guard lock(mutex_);
+    return rate_;
+  }
+
+  std::unique_ptr<MediaPlayerRateObservation> observeRate(std::function<void(float rate)> handler) override {
+    auto observer = std::make_shared<std::function<void(float)>>(std::move(handler));
+    float now = 0.0f;
+    {
+      std::lock_guard lock(mutex_);
+      observers_.push_back(observer);
+      now = rate_;
+    }
+    if (*observer) (*observer)(now);
+    return std::make_unique<Observation>(weak_from_this(), observer);
+  }
+
+  void seek(std::chrono::nanoseconds time) override {
+    if (!currentItem()) return;
+    gst_element_seek_simple(playbin_, GST_FORMAT_TIME,
+                            static_cast<GstSeekFlags>(GST_SEEK_FLAG_FLUSH | GST_SEEK_FLAG_ACCURATE),
+                            static_cast<gint64>(time.count()));
+  }
+
+  void setAutomaticallyWaitsToMinimizeStalling(bool waits) override {
+    std::lock_guard lock(mutex_);
+    waits_ = waits;
+  }
+
+ private:
+  using Observer = std::shared_ptr<std::function<void(float)>>;
+
+  class Observation final : public MediaPlayerRateObservation {
+   public:
+    Observation(std::weak_ptr<GStreamerPlayer> player, Observer observer)
+        : player_(std::move(player)), observer_(std::move(observer)) {}
+    ~Observation() override {
+      if (auto player = player_.lock()) {
+        std::lock_guard lock(player->mutex_);
+        std::erase(player->observers_, observer_);
+      }
+    }
+
+   private:
+    std::weak_ptr<GStreamerPlayer> player_;
+    Observer observer_;
+  };
+
+  static GstBusSyncReply onBusMessage(GstBus* /*bus*/, GstMessage* message, gpointer data) {
+    const auto* context = static_cast<const BusContext*>(data);
+    Report report = Report::end;
+    switch (GST_MESSAGE_TYPE(message)) {
+      case GST_MESSAGE_EOS:
+        report = Report::end;
+        break;
+      case GST_MESSAGE_ERROR:
+        report = Report::failure;
+        break;
+      case GST_MESSAGE_BUFFERING: {
+        gint percent = 100;
+        gst_message_parse_buffering(message, &percent);
+        report = percent < 100 ? Report::bufferingStarted : Report::bufferingDone;
+        break;
+      }
+      default:
+        return GST_BUS_DROP;
+    }
+    const std::uint64_t generation = context->generation->load();
+    context->mainThread->post([player = context->player, report, generation] {
+      if (auto self = player.lock()) self->handle(report, generation);
+    });
+    return GST_BUS_DROP;
+  }
+
+  // On the main thread.
+  void handle(Report report, std::uint64_t generation) {
+    std::shared_ptr<MediaPlayerItem> item;
+    bool playing = false;
+    bool waits = false;
+    {
+      std::lock_guard lock(mutex_);
+      if (generation != generation_->load() || !item_) return;
+      item = item_;
+      playing = rate_ > 0.0f;
+      waits = waits_;
+    }
+    switch (report) {
+      case Report::end:
+      case Report::failure: {
+        // At the end the player pauses, as the platform player does; after a failure it drops
+        // what it loaded, so that a later play tries the address again from the start.
+        gst_element_set_state(playbin_, report == Report::end ? GST_STATE_PAUSED : GST_STATE_NULL);
+        changeRate(0.0f);
+        const std::string_view name = report == Report::end ? kMediaPlayerItemDidPlayToEndTimeNotification
+                                                            : kMediaPlayerItemFailedToPlayToEndTimeNotification;
+        notificationCenter_->post(Notification{std::string(name), item.get(), {}});
+        break;
+      }
+      case Report::bufferingStarted:
+        if (!waits) break;
+        {
+          std::lock_guard lock(mutex_);
+          buffering_ = true;
+        }
+        if (playing) gst_element_set_state(playbin_, GST_STATE_PAUSED);
+        break;
+      case Report::bufferingDone: {
+        bool wasBuffering = false;
+        {
+          std::lock_guard lock(mutex_);
+          wasBuffering = std::exchange(buffering_, false);
+        }
+        if (wasBuffering && playing) gst_element_set_state(playbin_, GST_STATE_PLAYING);
+        break;
+      }
+    }
+  }
+
+  void changeRate(float rate) {
+    std::vector<Observer> observers;
+    {
+      std::lock_guard lock(mutex_);
+      if (rate_ == rate) return;
+      rate_ = rate;
+      observers = observers_;
+    }
+    for (const auto& observer : observers) {
+      if (*observer) (*observer)(rate);
+    }
+  }
+
+  GstElement* const playbin_;
+  const std::shared_ptr<MainThread> mainThread_;
+  const std::shared_ptr<NotificationCenter> notificationCenter_;
+  const std::shared_ptr<std::atomic<std::uint64_t>> generation_ = std::make_shared<std::atomic<std::uint64_t>>(0);
+  mutable std::mutex mutex_;
+  std::shared_ptr<MediaPlayerItem> item_;
+  float rate_ = 0.0f;
+  bool waits_ = true;
+  bool buffering_ = false;
+  std::vector<Observer> observers_;
+};
+
+class GStreamerFactory final : public MediaPlayerFactory {
+ public:
+  GStreamerFactory(std::shared_ptr<MainThread> mainThread, std::shared_ptr<NotificationCenter> notificationCenter,
+                   GStreamerMediaOptions options)
+      : mainThread_(std::move(mainThread)),
+        notificationCenter_(std::move(notificationCenter)),
+        options_(std::move(options)) {}
+
+  std::shared_ptr<MediaPlayer> makePlayer() override {
+    GstElement* playbin = gst_element_factory_make("playbin", nullptr);
+    GstElement* sink = makeAudioSink(options_.audioSink);
+    if (playbin == nullptr || sink == nullptr) {
+      if (playbin != nullptr) gst_object_unref(playbin);
+      if (sink != nullptr) gst_object_unref(sink);
+      return nullptr;
+    }
+    g_object_set(playbin, "audio-sink", sink, "flags", kPlayFlagAudio | kPlayFlagSoftVolume, nullptr);
+    auto player = std::make_shared<GStreamerPlayer>(playbin, mainThread_, notificationCenter_);
+    player->listen();
+    return player;
+  }
+
+  std::shared_ptr<MediaPlayerItem> makeItem(const Url& url) override { return std::make_shared<GStreamerItem>(url); }
+
+ private:
+  std::shared_ptr<MainThread> mainThread_;
+  std::shared_ptr<NotificationCenter> notificationCenter_;
+  GStreamerMediaOptions options_;
+};
+
+}  // namespace
+
+std::shared_ptr<MediaPlayerFactory> makeGStreamerMediaPlayers(std::shared_ptr<MainThread> mainThread,
+                                                              std::shared_ptr<NotificationCenter> notificationCenter,
+                                                              GStreamerMediaOptions options) {
+  if (!gstreamerAvailable()) return nullptr;
+  GstElement* sink = makeAudioSink(options.audioSink);
+  if (sink == nullptr) return nullptr;
+  gst_object_unref(gst_object_ref_sink(sink));
+  return std::make_shared<GStreamerFactory>(std::move(mainThread), std::move(notificationCenter), std::move(options));
+}
+
+}  // namespace applogic::platform

@@ -1,0 +1,182 @@
+#include "applogic/platform/gstreamer_media_player.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cmath>
+#include <condition_variable>
+#include <cstdint>
+#include <fstream>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "applogic/audio/audio_preview_controller.h"
+#include "applogic/platform/desktop_audio_session.h"
+#include "applogic/platform/run_loop.h"
+#include "applogic/support/log.h"
+
+namespace applogic {
+namespace {
+
+// A mono 16-bit WAV clip of a 440 Hz tone, written at test time.
+std::string writeClip(const std::string& name, double seconds) {
+  const std::uint32_t rate = 8000;
+  const auto samples = static_cast<std::uint32_t>(seconds * rate);
+  const std::string path = ::testing::TempDir() + name;
+  std::ofstream out(path, std::ios::binary);
+  const auto put32 = [&](std::uint32_t v) { out.write(reinterpret_cast<const char*>(&v), 4); };
+  const auto put16 = [&](std::uint16_t v) { out.write(reinterpret_cast<const char*>(&v), 2); };
+  out.write("RIFF", 4);
+  put32(36 + samples * 2);
+  out.write("WAVEfmt ", 8);
+  put32(16);
+  put16(1);
+  put16(1);
+  put32(rate);
+  put32(rate * 2);
+  put16(2);
+  put16(16);
+  out.write("data", 4);
+  put32(samples * 2);
+  for (std::uint32_t i = 0; i < samples; ++i) {
+    put16(static_cast<std::uint16_t>(static_cast<std::int16_t>(8000 * std::sin(2 * 3.14159265 * 440 * i / rate))));
+  }
+  return path;
+}
+
+Url fileUrl(const std::string& path) { return *Url::parse("file://" + path); }
+
+// Runs the loop until a handler quits it. A guard thread quits it too after a generous while, so
+// that a port that never reports fails the test instead of hanging it; no assertion is timed.
+class LoopGuard {
+ public:
+  explicit LoopGuard(platform::RunLoop& loop) : loop_(loop) {}
+  // True when the loop was quit by the test, false when the guard had to.
+  bool run() {
+    bool expired = false;
+    std::thread guard([&] {
+      std::unique_lock lock(mutex_);
+      if (!wake_.wait_for(lock, std::chrono::seconds(30), [&] { return done_; })) {
+        expired = true;
+        loop_.quit();
+      }
+    });
+    loop_.run();
+    {
+      std::lock_guard lock(mutex_);
+      done_ = true;
+    }
+    wake_.notify_one();
+    guard.join();
+    done_ = false;
+    return !expired;
+  }
+
+ private:
+  platform::RunLoop& loop_;
+  std::mutex mutex_;
+  std::condition_variable wake_;
+  bool done_ = false;
+};
+
+class GStreamerMediaPlayerTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    factory = platform::makeGStreamerMediaPlayers(loop, center, {"fakesink sync=true"});
+    if (!factory) GTEST_SKIP() << "GStreamer with playbin is not installed";
+  }
+
+  std::shared_ptr<platform::RunLoop> loop = std::make_shared<platform::RunLoop>();
+  std::shared_ptr<platform::NotificationCenter> center = platform::makeNotificationCenter();
+  std::shared_ptr<platform::MediaPlayerFactory> factory;
+  LoopGuard guard{*loop};
+};
+
+TEST_F(GStreamerMediaPlayerTest, AClipPlaysToItsEndAndAgainAfterARewind) {
+  auto player = factory->makePlayer();
+  auto item = factory->makeItem(fileUrl(writeClip("gst_clip.wav", 0.2)));
+  std::vector<float> rates;
+  auto observation = player->observeRate([&](float rate) { rates.push_back(rate); });
+  std::vector<std::string> seen;
+  auto token = center->addObserver(std::nullopt, item.get(), [&](const platform::Notification& n) {
+    seen.push_back(n.name + (loop->isMainThread() ? " on main" : " elsewhere"));
+    loop->quit();
+  });
+  player->replaceCurrentItem(item);
+  player->play();
+  ASSERT_TRUE(guard.run());
+  player->seek(std::chrono::seconds(0));
+  player->play();
+  ASSERT_TRUE(guard.run());
+  const std::string end = std::string(platform::kMediaPlayerItemDidPlayToEndTimeNotification) + " on main";
+  EXPECT_EQ(seen, (std::vector<std::string>{end, end}));
+  EXPECT_EQ(rates, (std::vector<float>{0.0f, 1.0f, 0.0f, 1.0f, 0.0f}));
+  center->removeObserver(token);
+}
+
+TEST_F(GStreamerMediaPlayerTest, WhatCannotBePlayedPostsTheFailure) {
+  const std::string notAudio = ::testing::TempDir() + "gst_not_audio.txt";
+  std::ofstream(notAudio) << "this is text, not sound\n";
+  for (const std::string& path : {::testing::TempDir() + "gst_missing.wav", notAudio}) {
+    SCOPED_TRACE(path);
+    auto player = factory->makePlayer();
+    auto item = factory->makeItem(fileUrl(path));
+    std::vector<std::string> seen;
+    auto token = center->addObserver(std::nullopt, item.get(), [&](const platform::Notification& n) {
+      seen.push_back(n.name);
+      loop->quit();
+    });
+    player->replaceCurrentItem(item);
+    player->play();
+    ASSERT_TRUE(guard.run());
+    EXPECT_EQ(seen, std::vector<std::string>{std::string(platform::kMediaPlayerItemFailedToPlayToEndTimeNotification)});
+    EXPECT_EQ(player->rate(), 0.0f);
+    center->removeObserver(token);
+  }
+}
+
+struct CapturingSink : LogSink {
+  std::vector<std::string> lines;
+  void write(std::string_view line) override { lines.emplace_back(line); }
+};
+
+TEST_F(GStreamerMediaPlayerTest, ThePreviewControllerPlaysAClipToItsEndKeepsItAndLogsAFailure) {
+  platform::Platform platform;
+  platform.mainThread = loop;
+  platform.notificationCenter = center;
+  platform.mediaPlayers = factory;
+  auto session = std::make_shared<VXAudioSession>(std::make_shared<platform::DesktopAudioSession>(center), center);
+  session->setIsApplicationInBackground([] { return false; });
+  AudioPreviewController controller(session, platform);
+  std::vector<bool> playing;
+  std::optional<Track> current;
+  controller.isPlaying().subscribe([&](bool value) { playing.push_back(value); });
+  controller.currentTrack().subscribe([&](const std::optional<Track>& track) { current = track; });
+  auto quitAtEnd = center->addObserver(std::nullopt, nullptr, [&](const platform::Notification&) { loop->quit(); });
+
+  const Track track("tra.clip", "Clip", 1, false, "", "", "", "", true, fileUrl(writeClip("gst_preview.wav", 0.2)).string());
+  controller.changeTrack(track);
+  controller.resume();
+  ASSERT_TRUE(guard.run());
+  EXPECT_EQ(playing, (std::vector<bool>{false, true, true, false}));
+  EXPECT_EQ(current, track);
+  controller.resume();
+  ASSERT_TRUE(guard.run());
+  EXPECT_EQ(playing, (std::vector<bool>{false, true, true, false, true, false}));
+
+  auto sink = std::make_shared<CapturingSink>();
+  ScopedLogSink scope(sink);
+  controller.changeTrack(Track("tra.gone", "Gone", 1, false, "", "", "", "", true,
+                               fileUrl(::testing::TempDir() + "gst_gone.wav").string()));
+  controller.resume();
+  ASSERT_TRUE(guard.run());
+  EXPECT_EQ(sink->lines, std::vector<std::string>{"AudioPreviewController Failed to play to the end"});
+  EXPECT_EQ(playing.back(), false);
+  center->removeObserver(quitAtEnd);
+}
+
+}  // namespace
+}  // namespace applogic
