@@ -11,6 +11,8 @@ PACKAGES=(
   # libboost-dev is 1.74 and conflicts with them), Unicode normalisation and graphemes
   libboost-json1.81-dev libboost-url1.81-dev
   libutf8proc-dev
+  # Sign-in client: OpenSSL 3 (secure random bytes, SHA-256) and SQLite 3 (the secure token store)
+  libssl-dev libsqlite3-dev
   # Linux media player port: GStreamer's playbin, WAV/MP3/AAC parsing and http(s) sources
   libgstreamer1.0-dev gstreamer1.0-plugins-base gstreamer1.0-plugins-good
   # Tests

@@ -1,11 +1,15 @@
 #pragma once
 
+#include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "applogic/platform/audio_session_backend.h"
 #include "applogic/platform/clock.h"
+#include "applogic/platform/crypto.h"
 #include "applogic/platform/locale.h"
+#include "applogic/platform/secure_store.h"
 #include "applogic/platform/main_thread.h"
 #include "applogic/platform/media_player.h"
 #include "applogic/platform/notification_center.h"
@@ -19,6 +23,10 @@ namespace applogic::platform {
 struct Platform {
   std::shared_ptr<const Clock> clock;
   std::shared_ptr<const Locale> locale;
+  std::shared_ptr<const SecureRandom> secureRandom;
+  std::shared_ptr<const Crypto> crypto;
+  /// Where the sign-in client keeps its tokens; null means no storage (the client reports code 5).
+  std::shared_ptr<SecureStore> secureStore;
   std::shared_ptr<MainThread> mainThread;
   /// The center the audio session backend and the media players post to.
   std::shared_ptr<NotificationCenter> notificationCenter;
@@ -29,6 +37,9 @@ struct Platform {
 
 /// Options of the Linux ports; every member has a working default.
 struct LinuxPlatformOptions {
+  /// The SQLite file of the secure store; by default `$XDG_DATA_HOME/tunevo/secure-store.sqlite3`
+  /// (`~/.local/share` when XDG_DATA_HOME is unset or not absolute).
+  std::optional<std::filesystem::path> secureStorePath;
   /// Where the media players send their sound, as a GStreamer pipeline description; empty: the
   /// system's default output. "fakesink sync=true" plays in real time without a sound device.
   std::string audioSink;

@@ -1,5 +1,8 @@
 #include "applogic/platform/platform.h"
 
+#include "applogic/platform/openssl_crypto.h"
+#include "applogic/platform/sqlite_secure_store.h"
+
 #include "applogic/platform/desktop_audio_session.h"
 #include "applogic/platform/gstreamer_media_player.h"
 #include "applogic/platform/run_loop.h"
@@ -18,6 +21,9 @@ Platform makeLinuxPlatform(const LinuxPlatformOptions& options) {
   Platform platform;
   platform.clock = std::make_shared<SystemClock>();
   platform.locale = systemLocale();
+  platform.secureRandom = makeOpenSslSecureRandom();
+  platform.crypto = makeOpenSslCrypto();
+  platform.secureStore = makeSqliteSecureStore(options.secureStorePath.value_or(defaultSecureStorePath()));
   platform.mainThread = std::make_shared<RunLoop>();
   platform.notificationCenter = makeNotificationCenter();
   platform.audioSessionBackend = std::make_shared<DesktopAudioSession>(platform.notificationCenter);

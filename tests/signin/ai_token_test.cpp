@@ -1,0 +1,162 @@
+#include "applogic/signin/client/ai_token.h"
+
+#include <gtest/gtest.h>
+
+#include <boost/json.hpp>
+#include <string>
+#include <vector>
+
+#include "applogic/testing/manual_clock.h"
+
+namespace applogic::signin {
+namespace {
+
+using std::chrono::seconds;
+
+std::vector<std::uint8_t> bytes(std::string_view text) { return {text.begin(), text.end()}; }
+
+class AITokenTest : public ::testing::Test {
+ protected:
+  testing::ManualClock clock_;
+};
+
+TEST_F(AITokenTest, AccessTokenExpiringExactlyNowIsInvalid) {
+  const AIAccessToken token("at", clock_.now() + seconds(1), clock_);
+  EXPECT_TRUE(token.isValid(clock_));
+  clock_.advance(std::chrono::nanoseconds(999'999'999));
+  EXPECT_TRUE(token.isValid(clock_));
+  clock_.advance(std::chrono::nanoseconds(1));
+  EXPECT_FALSE(token.isValid(clock_));
+}
+
+TEST_F(AITokenTest, AccessTokenNeedsTokenAndExpiration) {
+  EXPECT_FALSE(AIAccessToken(std::nullopt, clock_.now() + seconds(60), clock_).isValid(clock_));
+  EXPECT_FALSE(AIAccessToken("at", std::nullopt, clock_).isValid(clock_));
+}
+
+TEST_F(AITokenTest, ProfileIsTrustedForOneHour) {
+  const AIProfileData profile(JsonObject{{"email", "a@b.c"}}, clock_);
+  EXPECT_EQ(profile.tokenType(), kTokenTypeProfileData);
+  EXPECT_FALSE(profile.token());
+  clock_.advance(seconds(3599));
+  EXPECT_TRUE(profile.isValid(clock_));
+  clock_.advance(seconds(1));
+  EXPECT_FALSE(profile.isValid(clock_));
+  EXPECT_FALSE(AIProfileData(std::nullopt, clock_).isValid(clock_));
+}
+
+TEST_F(AITokenTest, RefreshTokenNeverExpires) {
+  const AIRefreshToken token("rt", {"profile"}, clock_);
+  clock_.advance(seconds(100LL * 365 * 24 * 3600));
+  EXPECT_TRUE(token.isValidForScopes({"profile"}, clock_));
+  EXPECT_FALSE(AIRefreshToken(std::nullopt, clock_).isValid(clock_));
+}
+
+struct ScopeCase {
+  std::vector<std::string> requested;
+  bool valid;
+};
+
+class ValidForScopes : public ::testing::TestWithParam<ScopeCase> {};
+
+TEST_P(ValidForScopes, EveryRequestedScopeMustBeHeld) {
+  testing::ManualClock clock;
+  const AIAccessToken access("at", {"profile", "postal_code"}, clock.now() + seconds(60), clock);
+  const AIRefreshToken refresh("rt", {"profile", "postal_code"}, clock);
+  EXPECT_EQ(access.isValidForScopes(GetParam().requested, clock), GetParam().valid);
+  EXPECT_EQ(refresh.isValidForScopes(GetParam().requested, clock), GetParam().valid);
+}
+
+INSTANTIATE_TEST_SUITE_P(Requests, ValidForScopes,
+                         ::testing::Values(ScopeCase{{}, true}, ScopeCase{{"profile"}, true},
+                                           ScopeCase{{"postal_code", "profile"}, true},
+                                           ScopeCase{{"profile", "profile"}, true}, ScopeCase{{"Profile"}, false},
+                                           ScopeCase{{"profile", "email"}, false}, ScopeCase{{""}, false}));
+
+TEST_F(AITokenTest, ExpiredAccessTokenIsInvalidForEveryRequest) {
+  const AIAccessToken token("at", {"profile"}, clock_.now(), clock_);
+  EXPECT_FALSE(token.isValidForScopes({}, clock_));
+}
+
+TEST_F(AITokenTest, EqualityComparesTokenTypeAndScopesInAnyOrder) {
+  const auto in = clock_.now() + seconds(60);
+  const AIAccessToken token("at", {"a", "b"}, in, clock_);
+  EXPECT_TRUE(token.isEqual(AIAccessToken("at", {"b", "a"}, in + seconds(5), clock_)));
+  EXPECT_FALSE(token.isEqual(AIAccessToken("at", {"a"}, in, clock_)));
+  EXPECT_FALSE(token.isEqual(AIAccessToken("at", {"a", "c"}, in, clock_)));
+  EXPECT_FALSE(token.isEqual(AIAccessToken("other", {"a", "b"}, in, clock_)));
+  EXPECT_FALSE(token.isEqual(AIRefreshToken("at", {"a", "b"}, clock_)));
+  EXPECT_TRUE(AICode("c", clock_).isEqual(AICode("c", clock_)));
+  EXPECT_FALSE(AICode("c", clock_).isEqual(AIToken("c", clock_)));
+}
+
+TEST_F(AITokenTest, EveryClassUnarchivesToItself) {
+  const auto expiry = clock_.now() + seconds(3600) + std::chrono::milliseconds(250);
+  const AIAccessToken access("at", {"profile", "x"}, expiry, clock_);
+  const AIRefreshToken refresh("rt", {"profile"}, clock_);
+  const AICode code("code", clock_);
+  const AIToken plain("plain", clock_);
+  const AIProfileData profile(JsonObject{{"user_id", "amzn1.x"}, {"n", 3}}, clock_);
+
+  for (const AIToken* original : std::initializer_list<const AIToken*>{&access, &refresh, &code, &plain, &profile}) {
+    SCOPED_TRACE(std::string(original->className()));
+    const auto copy = AIToken::unarchiveFromNSData(original->getValue());
+    ASSERT_NE(copy, nullptr);
+    EXPECT_EQ(copy->className(), original->className());
+    EXPECT_EQ(copy->getKey(), original->getKey());
+    EXPECT_TRUE(copy->isEqual(*original));
+  }
+
+  const auto accessCopy = AIToken::unarchiveFromNSData(access.getValue());
+  const auto* restored = dynamic_cast<const AIAccessToken*>(accessCopy.get());
+  ASSERT_NE(restored, nullptr);
+  EXPECT_EQ(restored->expirationDate(), expiry);
+  EXPECT_EQ(restored->localTimeStamp(), clock_.now());
+  EXPECT_EQ(restored->scopes(), access.scopes());
+
+  const auto profileCopy = AIToken::unarchiveFromNSData(profile.getValue());
+  const auto* restoredProfile = dynamic_cast<const AIProfileData*>(profileCopy.get());
+  ASSERT_NE(restoredProfile, nullptr);
+  EXPECT_EQ(restoredProfile->profileData(), profile.profileData());
+  EXPECT_EQ(restoredProfile->expirationDate(), profile.expirationDate());
+}
+
+TEST_F(AITokenTest, ArchiveHoldsTheClassNameAndTheKeys) {
+  const AIAccessToken access("at", {"profile"}, clock_.now() + seconds(10), clock_);
+  const auto value = access.getValue();
+  const auto parsed = boost::json::parse(std::string(value.begin(), value.end()));
+  const auto& archive = parsed.as_object();
+  EXPECT_EQ(archive.at("$class"), "AIAccessToken");
+  EXPECT_EQ(archive.at("token"), "at");
+  EXPECT_EQ(archive.at("tokenType"), 2);
+  EXPECT_EQ(archive.at("localTimeStamp").to_number<double>(), 1'700'000'000.0);
+  EXPECT_EQ(archive.at("expirationDate").to_number<double>(), 1'700'000'010.0);
+}
+
+TEST(AITokenArchive, MissingKeysReadAsAbsent) {
+  testing::ManualClock clock;
+  const auto token = AIToken::unarchiveFromNSData(bytes(R"({"$class":"AIAccessToken"})"));
+  ASSERT_NE(token, nullptr);
+  EXPECT_FALSE(token->token());
+  EXPECT_EQ(token->tokenType(), kTokenTypeAccessToken);
+  EXPECT_FALSE(token->isValid(clock));
+}
+
+class UnreadableArchive : public ::testing::TestWithParam<const char*> {};
+
+TEST_P(UnreadableArchive, GivesNoObject) { EXPECT_EQ(AIToken::unarchiveFromNSData(bytes(GetParam())), nullptr); }
+
+INSTANTIATE_TEST_SUITE_P(
+    Corrupt, UnreadableArchive,
+    ::testing::Values("", "not json", "[]", R"("AIToken")", R"({"token":"t"})", R"({"$class":"NSString"})",
+                      R"({"$class":7})", R"({"$class":"AIToken","token":5})",
+                      R"({"$class":"AIToken","tokenType":"2"})", R"({"$class":"AIToken","tokenType":4294967296})",
+                      R"({"$class":"AIToken","localTimeStamp":"yesterday"})",
+                      R"({"$class":"AIAccessToken","expirationDate":1e300})",
+                      R"({"$class":"AIAccessToken","expirationDate":1e10})",
+                      R"({"$class":"AIToken","localTimeStamp":-1e10})",
+                      R"({"$class":"AIAccessToken","scopes":"profile"})", R"({"$class":"AIRefreshToken","scopes":[1]})",
+                      R"({"$class":"AIProfileData","profile":[]})", R"({"$class":"AIToken"} trailing)"));
+
+}  // namespace
+}  // namespace applogic::signin
