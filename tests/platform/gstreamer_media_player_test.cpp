@@ -105,9 +105,13 @@ TEST_F(GStreamerMediaPlayerTest, AClipPlaysToItsEndAndAgainAfterARewind) {
     seen.push_back(n.name + (loop->isMainThread() ? " on main" : " elsewhere"));
     loop->quit();
   });
+  EXPECT_EQ(player->duration(), std::nullopt);
   player->replaceCurrentItem(item);
   player->play();
   ASSERT_TRUE(guard.run());
+  // 1600 samples at 8 kHz: the length of the clip as written, not a measured time.
+  EXPECT_EQ(player->duration(), std::chrono::milliseconds(200));
+  EXPECT_GT(player->currentTime(), std::chrono::milliseconds(100));
   player->seek(std::chrono::seconds(0));
   player->play();
   ASSERT_TRUE(guard.run());

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string_view>
 
 #include "applogic/support/url.h"
@@ -64,6 +65,12 @@ class MediaPlayer {
 
   /// Moves the play position of the current item to `time` from its start.
   virtual void seek(std::chrono::nanoseconds time) = 0;
+
+  /// The play position in the current item; 0 without an item or before anything was loaded.
+  virtual std::chrono::nanoseconds currentTime() const = 0;
+
+  /// The length of the current item; absent without an item or while it is not known yet.
+  virtual std::optional<std::chrono::nanoseconds> duration() const = 0;
 
   /// False makes playback start as soon as anything can be played, instead of buffering first.
   virtual void setAutomaticallyWaitsToMinimizeStalling(bool waits) = 0;

@@ -76,6 +76,24 @@ std::unique_ptr<platform::MediaPlayerRateObservation> ScriptedMediaPlayer::obser
 void ScriptedMediaPlayer::seek(std::chrono::nanoseconds time) {
   std::lock_guard lock(mutex_);
   calls_.push_back("seek " + std::to_string(time.count()));
+  currentTime_ = time;
+}
+
+std::chrono::nanoseconds ScriptedMediaPlayer::currentTime() const {
+  std::lock_guard lock(mutex_);
+  return currentTime_;
+}
+
+std::optional<std::chrono::nanoseconds> ScriptedMediaPlayer::duration() const {
+  std::lock_guard lock(mutex_);
+  return duration_;
+}
+
+void ScriptedMediaPlayer::setTimes(std::chrono::nanoseconds currentTime,
+                                   std::optional<std::chrono::nanoseconds> duration) {
+  std::lock_guard lock(mutex_);
+  currentTime_ = currentTime;
+  duration_ = duration;
 }
 
 void ScriptedMediaPlayer::setAutomaticallyWaitsToMinimizeStalling(bool waits) {

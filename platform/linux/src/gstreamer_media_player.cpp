@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstdint>
 #include <mutex>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -147,6 +148,22 @@ class GStreamerPlayer final : public MediaPlayer, public std::enable_shared_from
     gst_element_seek_simple(playbin_, GST_FORMAT_TIME,
                             static_cast<GstSeekFlags>(GST_SEEK_FLAG_FLUSH | GST_SEEK_FLAG_ACCURATE),
                             static_cast<gint64>(time.count()));
+  }
+
+  std::chrono::nanoseconds currentTime() const override {
+    gint64 position = 0;
+    if (!currentItem() || !gst_element_query_position(playbin_, GST_FORMAT_TIME, &position) || position < 0) {
+      return std::chrono::nanoseconds(0);
+    }
+    return std::chrono::nanoseconds(position);
+  }
+
+  std::optional<std::chrono::nanoseconds> duration() const override {
+    gint64 length = 0;
+    if (!currentItem() || !gst_element_query_duration(playbin_, GST_FORMAT_TIME, &length) || length < 0) {
+      return std::nullopt;
+    }
+    return std::chrono::nanoseconds(length);
   }
 
   void setAutomaticallyWaitsToMinimizeStalling(bool waits) override {

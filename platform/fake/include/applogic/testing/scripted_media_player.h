@@ -3,6 +3,7 @@
 #include <chrono>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -41,11 +42,15 @@ class ScriptedMediaPlayer final : public platform::MediaPlayer,
       std::function<void(float rate)> handler) override;
   void seek(std::chrono::nanoseconds time) override;
   void setAutomaticallyWaitsToMinimizeStalling(bool waits) override;
+  std::chrono::nanoseconds currentTime() const override;
+  std::optional<std::chrono::nanoseconds> duration() const override;
 
   // --- script --------------------------------------------------------------------------------
 
   /// Changes the rate as the player would on its own; handlers run when it differs.
   void setRate(float rate);
+  /// What `currentTime` and `duration` answer from now on (`seek` also moves the position).
+  void setTimes(std::chrono::nanoseconds currentTime, std::optional<std::chrono::nanoseconds> duration);
   /// Posts the end notification about `item` (the current item when null).
   void postDidPlayToEnd(const std::shared_ptr<platform::MediaPlayerItem>& item = nullptr);
   /// Posts the failed-to-reach-end notification about `item` (the current item when null).
@@ -70,6 +75,8 @@ class ScriptedMediaPlayer final : public platform::MediaPlayer,
   std::shared_ptr<platform::MediaPlayerItem> item_;
   float rate_ = 0.0f;
   bool waits_ = true;
+  std::chrono::nanoseconds currentTime_{0};
+  std::optional<std::chrono::nanoseconds> duration_;
   std::vector<std::string> calls_;
   std::vector<std::shared_ptr<RateObserver>> rateObservers_;
 };
