@@ -7,5 +7,6 @@ inline constexpr int kExitOk = 0;
 inline constexpr int kExitNotJson = 2;
 inline constexpr int kExitUsage = 64;    // EX_USAGE
 inline constexpr int kExitNoInput = 66;  // EX_NOINPUT
+inline constexpr int kExitUnavailable = 69;  // EX_UNAVAILABLE
 
 }  // namespace tunevo

@@ -8,6 +8,7 @@
 #include "tunevo/demo.h"
 #include "tunevo/exit_codes.h"
 #include "tunevo/parse.h"
+#include "tunevo/play.h"
 
 namespace {
 
@@ -26,6 +27,7 @@ struct Command {
 constexpr Command kCommands[] = {
     {"parse", "KIND [FILE]", "print the records a service answer holds", &parseCommand},
     {"demo", "[ARGS...]", "a guided tour of the library, offline", &tunevo::runDemo},
+    {"play", "URL|FILE", "play a track preview; Enter pauses, Ctrl-C stops", &tunevo::runPlay},
 };
 
 void printUsage(std::ostream& out) {

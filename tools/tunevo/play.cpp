@@ -1,0 +1,220 @@
+#include "tunevo/play.h"
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cctype>
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "applogic/audio/audio_preview_controller.h"
+#include "applogic/audio/vx_audio_session.h"
+#include "applogic/platform/platform.h"
+#include "applogic/platform/run_loop.h"
+#include "applogic/support/url.h"
+#include "tunevo/exit_codes.h"
+
+namespace tunevo {
+namespace {
+
+using namespace applogic;
+
+constexpr const char* kUsage =
+    "usage: tunevo play [--sink DESCRIPTION] URL|FILE\n"
+    "\n"
+    "Plays a track preview (an http(s) or file address, or a local file) and shows its progress.\n"
+    "Enter pauses and resumes; Ctrl-C stops. --sink names a GStreamer audio sink\n"
+    "(\"fakesink sync=true\" plays without a sound device); the default is the system's output.\n";
+
+std::atomic<bool> interrupted{false};
+
+extern "C" void onInterrupt(int /*signal*/) { interrupted.store(true); }
+
+// A local path as a file address: absolute, with every byte outside the unreserved set and '/'
+// percent-encoded.
+std::string fileAddress(const std::string& path) {
+  std::error_code error;
+  const std::string absolute = std::filesystem::absolute(path, error).string();
+  std::string address = "file://";
+  for (const unsigned char c : absolute) {
+    if (std::isalnum(c) || c == '/' || c == '-' || c == '.' || c == '_' || c == '~') {
+      address.push_back(static_cast<char>(c));
+    } else {
+      char escaped[4];
+      std::snprintf(escaped, sizeof escaped, "%%%02X", c);
+      address += escaped;
+    }
+  }
+  return address;
+}
+
+std::string clock(std::chrono::nanoseconds time) {
+  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(time).count();
+  char text[32];
+  std::snprintf(text, sizeof text, "%lld:%02lld", static_cast<long long>(seconds / 60),
+                static_cast<long long>(seconds % 60));
+  return text;
+}
+
+// Keeps the player the controller makes, so that the progress line can ask it for times.
+class KeptPlayerFactory final : public platform::MediaPlayerFactory {
+ public:
+  explicit KeptPlayerFactory(std::shared_ptr<platform::MediaPlayerFactory> inner) : inner_(std::move(inner)) {}
+  std::shared_ptr<platform::MediaPlayer> makePlayer() override { return player = inner_->makePlayer(); }
+  std::shared_ptr<platform::MediaPlayerItem> makeItem(const Url& url) override { return inner_->makeItem(url); }
+  std::shared_ptr<platform::MediaPlayer> player;
+
+ private:
+  std::shared_ptr<platform::MediaPlayerFactory> inner_;
+};
+
+}  // namespace
+
+int runPlay(int argc, char** argv) {
+  const std::vector<std::string> args(argv + 1, argv + argc);
+  std::string sink;
+  std::optional<std::string> target;
+  for (std::size_t i = 0; i < args.size(); ++i) {
+    if (args[i] == "--help" || args[i] == "-h") {
+      std::cout << kUsage;
+      return kExitOk;
+    }
+    if (args[i] == "--sink" && i + 1 < args.size()) {
+      sink = args[++i];
+    } else if (!target && !args[i].starts_with("--")) {
+      target = args[i];
+    } else {
+      std::cerr << kUsage;
+      return kExitUsage;
+    }
+  }
+  if (!target) {
+    std::cerr << kUsage;
+    return kExitUsage;
+  }
+  const std::string address = target->find("://") != std::string::npos ? *target : fileAddress(*target);
+  const auto url = Url::parse(address);
+  if (!url) {
+    std::cerr << "tunevo play: not an address: " << *target << "\n";
+    return kExitUsage;
+  }
+
+  platform::LinuxPlatformOptions options;
+  options.audioSink = sink;
+  platform::Platform system = platform::makeLinuxPlatform(options);
+  if (!system.mediaPlayers) {
+    std::cerr << "tunevo play: no media player: GStreamer with its playbin element is not installed, or the sink \""
+              << sink << "\" does not exist\n";
+    return kExitUnavailable;
+  }
+  auto players = std::make_shared<KeptPlayerFactory>(system.mediaPlayers);
+  system.mediaPlayers = players;
+  auto loop = std::static_pointer_cast<platform::RunLoop>(system.mainThread);
+
+  VXAudioSession::installPlatform(system);
+  auto session = VXAudioSession::sharedSession();
+  session->setIsApplicationInBackground([] { return false; });
+  AudioPreviewController controller(session, system);
+
+  Track track;
+  track.id = "tunevo.play";
+  track.previewURL = url->string();
+  controller.changeTrack(track);
+
+  int status = kExitOk;
+  std::string ending;
+  // Registered after `changeTrack`, so the controller has rewound and paused when these run.
+  auto ended = system.notificationCenter->addObserver(
+      std::string(platform::kMediaPlayerItemDidPlayToEndTimeNotification), nullptr,
+      [&](const platform::Notification&) {
+        ending = "played to the end";
+        loop->quit();
+      });
+  auto failed = system.notificationCenter->addObserver(
+      std::string(platform::kMediaPlayerItemFailedToPlayToEndTimeNotification), nullptr,
+      [&](const platform::Notification&) {
+        status = kExitUnavailable;
+        loop->quit();
+      });
+
+  bool playing = false;
+  controller.isPlaying().subscribe([&](bool value) { playing = value; });
+  const auto showProgress = [&] {
+    const auto duration = players->player->duration();
+    std::cout << "\r" << clock(players->player->currentTime()) << " / "
+              << (duration ? clock(*duration) : std::string("?:??")) << "  " << (playing ? "playing" : "paused ")
+              << std::flush;
+  };
+
+  interrupted.store(false);
+  struct sigaction action {};
+  action.sa_handler = &onInterrupt;
+  sigemptyset(&action.sa_mask);
+  struct sigaction previous {};
+  sigaction(SIGINT, &action, &previous);
+
+  // Two helper threads feed the main loop: a ticker (progress, Ctrl-C) and a reader of Enter.
+  std::atomic<bool> done{false};
+  std::thread ticker([&] {
+    while (!done.load()) {
+      if (interrupted.exchange(false)) {
+        loop->post([&] {
+          ending = "stopped";
+          loop->quit();
+        });
+      }
+      loop->post(showProgress);
+      std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    }
+  });
+  std::thread reader([&] {
+    while (!done.load()) {
+      pollfd input{STDIN_FILENO, POLLIN, 0};
+      if (poll(&input, 1, 200) <= 0) continue;
+      char buffer[256];
+      const ssize_t count = read(STDIN_FILENO, buffer, sizeof buffer);
+      if (count <= 0) return;  // end of input: no more toggles
+      for (ssize_t i = 0; i < count; ++i) {
+        if (buffer[i] != '\n') continue;
+        loop->post([&] {
+          if (playing) {
+            controller.pause();
+          } else {
+            controller.resume();
+          }
+        });
+      }
+    }
+  });
+
+  controller.resume();
+  loop->run();
+  done.store(true);
+  ticker.join();
+  reader.join();
+  loop->runUntilIdle();
+  sigaction(SIGINT, &previous, nullptr);
+
+  showProgress();
+  std::cout << "\n";
+  controller.releaseResources();
+  system.notificationCenter->removeObserver(ended);
+  system.notificationCenter->removeObserver(failed);
+  if (status != kExitOk) {
+    std::cerr << "tunevo play: cannot play " << url->string() << "\n";
+    return status;
+  }
+  std::cout << ending << "\n";
+  return kExitOk;
+}
+
+}  // namespace tunevo
