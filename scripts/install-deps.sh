@@ -17,6 +17,8 @@ PACKAGES=(
   libgstreamer1.0-dev gstreamer1.0-plugins-base gstreamer1.0-plugins-good
   # Tests
   libgtest-dev libgmock-dev googletest
+  # Loopback HTTP servers in tests (the media player port plays clips served with Range support)
+  libcpp-httplib-dev
   # Fuzz targets and clang sanitizer runtimes (libFuzzer lives in libclang-rt)
   clang libclang-rt-14-dev
   # Benchmarks; nlohmann-json and simdjson are baselines used only in bench/

@@ -1,0 +1,131 @@
+#include <httplib.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "applogic/audio/audio_preview_controller.h"
+#include "applogic/platform/desktop_audio_session.h"
+#include "applogic/platform/gstreamer_media_player.h"
+#include "applogic/platform/run_loop.h"
+#include "applogic/support/log.h"
+#include "platform/wav_clip.h"
+
+namespace applogic {
+namespace {
+
+// Serves one clip on loopback; cpp-httplib answers Range requests with 206 and the asked bytes.
+class ClipServer {
+ public:
+  explicit ClipServer(std::string clip) {
+    server_.Get("/clip.wav", [clip = std::move(clip)](const httplib::Request&, httplib::Response& response) {
+      response.set_content(clip, "audio/x-wav");
+    });
+    port_ = server_.bind_to_any_port("127.0.0.1");
+    thread_ = std::thread([this] { server_.listen_after_bind(); });
+    // `stop` only ends a server that is already accepting.
+    while (!server_.is_running()) std::this_thread::yield();
+  }
+  ~ClipServer() {
+    server_.stop();
+    thread_.join();
+  }
+  std::string url() const { return "http://127.0.0.1:" + std::to_string(port_) + "/clip.wav"; }
+
+ private:
+  httplib::Server server_;
+  int port_ = 0;
+  std::thread thread_;
+};
+
+std::string readFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+struct CapturingSink : LogSink {
+  std::vector<std::string> lines;
+  void write(std::string_view line) override { lines.emplace_back(line); }
+};
+
+// Quits the loop when a handler asks, or after a generous while so that a silent port fails the
+// test instead of hanging it (nothing is asserted about time).
+bool runUntilQuit(platform::RunLoop& loop) {
+  std::atomic<bool> finished{false};
+  std::atomic<bool> expired{false};
+  std::thread guard([&] {
+    for (int i = 0; i < 300 && !finished.load(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    if (!finished.load()) {
+      expired.store(true);
+      loop.quit();
+    }
+  });
+  loop.run();
+  finished.store(true);
+  guard.join();
+  return !expired.load();
+}
+
+class GStreamerHttpTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    platform.mediaPlayers = platform::makeGStreamerMediaPlayers(loop, center, {"fakesink sync=true"});
+    if (!platform.mediaPlayers) GTEST_SKIP() << "GStreamer with playbin is not installed";
+    platform.mainThread = loop;
+    platform.notificationCenter = center;
+    session->setIsApplicationInBackground([] { return false; });
+    controller = std::make_unique<AudioPreviewController>(session, platform);
+    controller->isPlaying().subscribe([this](bool value) { playing.push_back(value); });
+    controller->currentTrack().subscribe([this](const std::optional<Track>& track) { current = track; });
+    quitAtEnd = center->addObserver(std::nullopt, nullptr, [this](const platform::Notification&) { loop->quit(); });
+  }
+  void TearDown() override { center->removeObserver(quitAtEnd); }
+
+  static Track trackAt(std::string url) { return Track("tra.http", "Clip", 1, false, "", "", "", "", true, std::move(url)); }
+
+  std::shared_ptr<platform::RunLoop> loop = std::make_shared<platform::RunLoop>();
+  std::shared_ptr<platform::NotificationCenter> center = platform::makeNotificationCenter();
+  platform::Platform platform;
+  std::shared_ptr<VXAudioSession> session =
+      std::make_shared<VXAudioSession>(std::make_shared<platform::DesktopAudioSession>(center), center);
+  std::unique_ptr<AudioPreviewController> controller;
+  std::vector<bool> playing;
+  std::optional<Track> current;
+  platform::NotificationObserverToken quitAtEnd;
+};
+
+TEST_F(GStreamerHttpTest, AClipServedOverHttpPlaysEndsRewoundAndPlaysAgain) {
+  ClipServer server(readFile(test::writeClip("http_clip.wav", 0.3)));
+  const Track track = trackAt(server.url());
+  controller->changeTrack(track);
+  controller->resume();
+  ASSERT_TRUE(runUntilQuit(*loop));
+  EXPECT_EQ(playing, (std::vector<bool>{false, true, true, false}));
+  EXPECT_EQ(current, track);
+
+  controller->resume();
+  ASSERT_TRUE(runUntilQuit(*loop));
+  EXPECT_EQ(playing, (std::vector<bool>{false, true, true, false, true, false}));
+  EXPECT_EQ(current, track);
+}
+
+TEST_F(GStreamerHttpTest, AnUnreachableAddressIsLoggedAndLeavesThePreviewPaused) {
+  auto sink = std::make_shared<CapturingSink>();
+  ScopedLogSink scope(sink);
+  // Port 1 of the loopback interface: nothing listens there, so the connection is refused.
+  controller->changeTrack(trackAt("http://127.0.0.1:1/clip.wav"));
+  controller->resume();
+  ASSERT_TRUE(runUntilQuit(*loop));
+  EXPECT_EQ(sink->lines, std::vector<std::string>{"AudioPreviewController Failed to play to the end"});
+  EXPECT_EQ(playing.back(), false);
+}
+
+}  // namespace
+}  // namespace applogic
