@@ -121,6 +121,23 @@ TEST_F(AITokenTest, EveryClassUnarchivesToItself) {
   EXPECT_EQ(restoredProfile->expirationDate(), profile.expirationDate());
 }
 
+TEST_F(AITokenTest, DatesKeepTheirMicrosecondUntil2106AndSettleAfterIt) {
+  using std::chrono::microseconds;
+  const auto roundTrip = [&](AIToken::TimePoint expiry) {
+    const AIAccessToken token("at", expiry, clock_);
+    const auto copy = AIToken::unarchiveFromNSData(token.getValue());
+    EXPECT_EQ(copy->getValue(), AIToken::unarchiveFromNSData(copy->getValue())->getValue());
+    return *dynamic_cast<const AIAccessToken&>(*copy).expirationDate();
+  };
+  const AIToken::TimePoint near2106(std::chrono::seconds(4'294'967'295));
+  EXPECT_EQ(roundTrip(near2106 + microseconds(999'999)), near2106 + microseconds(999'999));
+  const AIToken::TimePoint in2242(std::chrono::seconds(8'589'934'592));
+  for (int us = 0; us < 4; ++us) {
+    const auto back = roundTrip(in2242 + microseconds(us));
+    EXPECT_LE(std::chrono::abs(back - (in2242 + microseconds(us))), microseconds(1));
+  }
+}
+
 TEST_F(AITokenTest, ArchiveHoldsTheClassNameAndTheKeys) {
   const AIAccessToken access("at", {"profile"}, clock_.now() + seconds(10), clock_);
   const auto value = access.getValue();

@@ -95,7 +95,12 @@ bool AIToken::decode(const JsonObject& archive) {
 }
 
 void AIToken::encodeDate(JsonObject& archive, std::string_view key, const std::optional<TimePoint>& date) {
-  if (date) archive[key] = std::chrono::duration<double>(date->time_since_epoch()).count();
+  // Microseconds first: their count is exact in a double, so one correctly rounded division gives
+  // the double nearest to the date.
+  if (date) {
+    const auto micros = std::chrono::round<std::chrono::microseconds>(date->time_since_epoch()).count();
+    archive[key] = static_cast<double>(micros) / 1e6;
+  }
 }
 
 bool AIToken::decodeDate(const JsonObject& archive, std::string_view key, std::optional<TimePoint>& date) {
@@ -110,9 +115,11 @@ bool AIToken::decodeDate(const JsonObject& archive, std::string_view key, std::o
     return false;
   }
   if (!std::isfinite(seconds) || std::fabs(seconds) > kLatestSeconds) return false;
-  // A double holds today's dates to a quarter of a microsecond; rounding to the microsecond
-  // gives back exactly what was written at that precision.
-  date = TimePoint(std::chrono::round<std::chrono::microseconds>(std::chrono::duration<double>(seconds)));
+  // The product is formed in extended precision so that rounding to the microsecond sees the
+  // written double itself. Dates before 2106 are doubles to better than half a microsecond and
+  // come back exactly; later ones may move by one microsecond once and then stay.
+  const long double micros = static_cast<long double>(seconds) * 1e6L;
+  date = TimePoint(std::chrono::microseconds(std::llroundl(micros)));
   return true;
 }
 
