@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <condition_variable>
@@ -117,6 +118,30 @@ TEST_F(GStreamerMediaPlayerTest, WhatCannotBePlayedPostsTheFailure) {
     EXPECT_EQ(player->rate(), 0.0f);
     center->removeObserver(token);
   }
+}
+
+TEST_F(GStreamerMediaPlayerTest, TheFirstBufferHookRunsOncePerLoadedItem) {
+  auto firstBuffers = std::make_shared<std::atomic<int>>(0);
+  auto hooked = platform::makeGStreamerMediaPlayers(
+      loop, center, {"fakesink sync=true", [firstBuffers] { firstBuffers->fetch_add(1); }});
+  ASSERT_NE(hooked, nullptr);
+  auto player = hooked->makePlayer();
+  const Url clip = fileUrl(writeClip("gst_hooked.wav", 0.1));
+  auto quitAtEnd = center->addObserver(std::nullopt, nullptr, [&](const platform::Notification&) { loop->quit(); });
+  // The sink sees every buffer before the end it reports, so the count is final at each end.
+  player->replaceCurrentItem(hooked->makeItem(clip));
+  player->play();
+  ASSERT_TRUE(guard.run());
+  EXPECT_EQ(firstBuffers->load(), 1);
+  player->seek(std::chrono::seconds(0));
+  player->play();
+  ASSERT_TRUE(guard.run());
+  EXPECT_EQ(firstBuffers->load(), 1);
+  player->replaceCurrentItem(hooked->makeItem(clip));
+  player->play();
+  ASSERT_TRUE(guard.run());
+  EXPECT_EQ(firstBuffers->load(), 2);
+  center->removeObserver(quitAtEnd);
 }
 
 struct CapturingSink : LogSink {

@@ -45,10 +45,18 @@ TEST(TunevoDemo, ShowsRecordsAndErrorsOfEveryControllerFromAnyDirectory) {
       "      original            700x300  https://giphy-media.tunevo.app/media/Hn4Pw9Xb6Ta2Uq/giphy.gif",
       "  resolved https://giphy-media.tunevo.app/media/Zj5Wq2n7Lb3mTq/200_s.gif?cid=ecf05e47&rid=200_s.gif",
       "  error   domain \"No still image url\", code 0",
+      "== AudioPreviewController ==",
+      "  playing: isPlaying true, currentTrack \"tra.demo\"",
   };
   for (const std::string& line : expectedLines) {
     EXPECT_NE(run.out.find("\n" + line + "\n"), std::string::npos) << "missing line: " << line << "\n" << run.out;
   }
+  // The clip plays to its end, then the controller rewinds it and pauses, keeping the track. The
+  // sink depends on the machine (the null sink where there is no sound device).
+  const auto played = run.out.find("\n  playing: ");
+  const auto ended = run.out.find("\n  ended: isPlaying false, paused at 0.0 s of 1.5 s, currentTrack \"tra.demo\"\n");
+  EXPECT_NE(ended, std::string::npos) << run.out;
+  EXPECT_LT(played, ended) << run.out;
 }
 
 TEST(TunevoDemo, HelpAndUnexpectedArguments) {

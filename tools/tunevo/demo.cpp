@@ -19,6 +19,7 @@
 #include "applogic/controllers/users_tracks_data_controller.h"
 #include "applogic/rx/rx.h"
 #include "applogic/testing/scripted_services.h"
+#include "tunevo/demo_audio.h"
 #include "tunevo/demo_giphy.h"
 #include "tunevo/demo_playlists.h"
 #include "tunevo/demo_support.h"
@@ -42,7 +43,8 @@ constexpr std::string_view kUsage =
     "\n"
     "Runs the data controllers over scripted music and Giphy services that answer with the bundled\n"
     "sample answers, and prints what an app would receive: records, and errors with their domain\n"
-    "and code. Needs no network and no account.\n";
+    "and code. Then plays a generated 1.5 s tone through AudioPreviewController (through the null\n"
+    "sink when there is no sound device). Needs no network and no account.\n";
 
 Answer sample(std::string_view name) { return sampleAnswer(name); }
 
@@ -99,7 +101,8 @@ class Demo {
  public:
   explicit Demo(std::ostream& out) : out_(out) {}
 
-  void run() {
+  // False when a section could not run (the reason is on standard error).
+  bool run() {
     out_ << "tunevo demo: the data controllers over scripted music services.\n"
          << "Every answer comes from a sample bundled with tunevo; signed in as \"" << kSignedInUser << "\".\n";
     tracksSection();
@@ -109,6 +112,7 @@ class Demo {
     genreSection();
     showPlaylists(out_);
     showGiphy(out_);
+    return showAudio(out_, std::cerr);
   }
 
  private:
@@ -260,8 +264,7 @@ int runDemo(int argc, char** argv) {
     std::cerr << "tunevo demo: unexpected argument '" << argv[1] << "'\n" << kUsage;
     return kExitUsage;
   }
-  Demo(std::cout).run();
-  return kExitOk;
+  return Demo(std::cout).run() ? kExitOk : kExitUnavailable;
 }
 
 }  // namespace tunevo

@@ -18,10 +18,10 @@
 
 #include "applogic/audio/audio_preview_controller.h"
 #include "applogic/audio/vx_audio_session.h"
-#include "applogic/platform/platform.h"
-#include "applogic/platform/run_loop.h"
+#include "applogic/platform/linux_platform.h"
 #include "applogic/support/url.h"
 #include "tunevo/exit_codes.h"
+#include "tunevo/kept_player_factory.h"
 
 namespace tunevo {
 namespace {
@@ -65,18 +65,6 @@ std::string clock(std::chrono::nanoseconds time) {
   return text;
 }
 
-// Keeps the player the controller makes, so that the progress line can ask it for times.
-class KeptPlayerFactory final : public platform::MediaPlayerFactory {
- public:
-  explicit KeptPlayerFactory(std::shared_ptr<platform::MediaPlayerFactory> inner) : inner_(std::move(inner)) {}
-  std::shared_ptr<platform::MediaPlayer> makePlayer() override { return player = inner_->makePlayer(); }
-  std::shared_ptr<platform::MediaPlayerItem> makeItem(const Url& url) override { return inner_->makeItem(url); }
-  std::shared_ptr<platform::MediaPlayer> player;
-
- private:
-  std::shared_ptr<platform::MediaPlayerFactory> inner_;
-};
-
 }  // namespace
 
 int runPlay(int argc, char** argv) {
@@ -110,7 +98,9 @@ int runPlay(int argc, char** argv) {
 
   platform::LinuxPlatformOptions options;
   options.audioSink = sink;
-  platform::Platform system = platform::makeLinuxPlatform(options);
+  platform::LinuxPlatform host = platform::makeLinuxPlatformWithRunLoop(options);
+  platform::Platform& system = host.platform;
+  const std::shared_ptr<platform::RunLoop>& loop = host.runLoop;
   if (!system.mediaPlayers) {
     std::cerr << "tunevo play: no media player: GStreamer with its playbin element is not installed, or the sink \""
               << sink << "\" does not exist\n";
@@ -118,7 +108,6 @@ int runPlay(int argc, char** argv) {
   }
   auto players = std::make_shared<KeptPlayerFactory>(system.mediaPlayers);
   system.mediaPlayers = players;
-  auto loop = std::static_pointer_cast<platform::RunLoop>(system.mainThread);
 
   VXAudioSession::installPlatform(system);
   auto session = VXAudioSession::sharedSession();

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <utility>
@@ -65,11 +66,36 @@ struct BusContext {
   std::shared_ptr<const std::atomic<std::uint64_t>> generation;
 };
 
+// What the sink pad's probe needs, on the streaming thread: the item generation of the player
+// and the last generation whose first buffer was reported.
+struct FirstBufferContext {
+  std::function<void()> hook;
+  std::shared_ptr<const std::atomic<std::uint64_t>> generation;
+  std::atomic<std::uint64_t> reported{~std::uint64_t{0}};
+};
+
 class GStreamerPlayer final : public MediaPlayer, public std::enable_shared_from_this<GStreamerPlayer> {
  public:
   GStreamerPlayer(GstElement* playbin, std::shared_ptr<MainThread> mainThread,
                   std::shared_ptr<NotificationCenter> notificationCenter)
       : playbin_(playbin), mainThread_(std::move(mainThread)), notificationCenter_(std::move(notificationCenter)) {}
+
+  // Before the first item: the probe sees every buffer that reaches `sink`.
+  void reportFirstBuffers(GstElement* sink, std::function<void()> hook) {
+    GstPad* pad = gst_element_get_static_pad(sink, "sink");
+    if (pad == nullptr) return;
+    auto* context = new FirstBufferContext{std::move(hook), generation_};
+    gst_pad_add_probe(
+        pad, static_cast<GstPadProbeType>(GST_PAD_PROBE_TYPE_BUFFER | GST_PAD_PROBE_TYPE_BUFFER_LIST),
+        [](GstPad*, GstPadProbeInfo*, gpointer data) {
+          auto* self = static_cast<FirstBufferContext*>(data);
+          const std::uint64_t generation = self->generation->load();
+          if (self->reported.exchange(generation) != generation) self->hook();
+          return GST_PAD_PROBE_OK;
+        },
+        context, [](gpointer data) { delete static_cast<FirstBufferContext*>(data); });
+    gst_object_unref(pad);
+  }
 
   ~GStreamerPlayer() override {
     gst_element_set_state(playbin_, GST_STATE_NULL);
@@ -303,6 +329,8 @@ class GStreamerFactory final : public MediaPlayerFactory {
     }
     g_object_set(playbin, "audio-sink", sink, "flags", kPlayFlagAudio | kPlayFlagSoftVolume, nullptr);
     auto player = std::make_shared<GStreamerPlayer>(playbin, mainThread_, notificationCenter_);
+    // playbin took the floating reference; the sink lives as long as the player.
+    if (options_.onFirstBuffer) player->reportFirstBuffers(sink, options_.onFirstBuffer);
     player->listen();
     return player;
   }
@@ -316,6 +344,22 @@ class GStreamerFactory final : public MediaPlayerFactory {
 };
 
 }  // namespace
+
+bool audioOutputDevicePresent() {
+  if (!gstreamerAvailable()) return false;
+  GstDeviceMonitor* monitor = gst_device_monitor_new();
+  gst_device_monitor_add_filter(monitor, "Audio/Sink", nullptr);
+  bool present = false;
+  // Starting probes every provider once; the list is what they found.
+  if (gst_device_monitor_start(monitor)) {
+    GList* devices = gst_device_monitor_get_devices(monitor);
+    present = devices != nullptr;
+    g_list_free_full(devices, gst_object_unref);
+    gst_device_monitor_stop(monitor);
+  }
+  gst_object_unref(monitor);
+  return present;
+}
 
 std::shared_ptr<MediaPlayerFactory> makeGStreamerMediaPlayers(std::shared_ptr<MainThread> mainThread,
                                                               std::shared_ptr<NotificationCenter> notificationCenter,

@@ -1,4 +1,6 @@
-#include "applogic/platform/platform.h"
+#include "applogic/platform/linux_platform.h"
+
+#include <utility>
 
 #include "applogic/platform/openssl_crypto.h"
 #include "applogic/platform/sqlite_secure_store.h"
@@ -17,19 +19,22 @@ class SystemClock final : public Clock {
 
 }  // namespace
 
-Platform makeLinuxPlatform(const LinuxPlatformOptions& options) {
+Platform makeLinuxPlatform(const LinuxPlatformOptions& options) { return makeLinuxPlatformWithRunLoop(options).platform; }
+
+LinuxPlatform makeLinuxPlatformWithRunLoop(const LinuxPlatformOptions& options) {
+  auto runLoop = std::make_shared<RunLoop>();
   Platform platform;
   platform.clock = std::make_shared<SystemClock>();
   platform.locale = systemLocale();
   platform.secureRandom = makeOpenSslSecureRandom();
   platform.crypto = makeOpenSslCrypto();
   platform.secureStore = makeSqliteSecureStore(options.secureStorePath.value_or(defaultSecureStorePath()));
-  platform.mainThread = std::make_shared<RunLoop>();
+  platform.mainThread = runLoop;
   platform.notificationCenter = makeNotificationCenter();
   platform.audioSessionBackend = std::make_shared<DesktopAudioSession>(platform.notificationCenter);
   platform.mediaPlayers = makeGStreamerMediaPlayers(platform.mainThread, platform.notificationCenter,
                                                     GStreamerMediaOptions{options.audioSink});
-  return platform;
+  return LinuxPlatform{std::move(platform), std::move(runLoop)};
 }
 
 }  // namespace applogic::platform

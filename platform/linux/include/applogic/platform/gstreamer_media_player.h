@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -15,7 +16,22 @@ struct GStreamerMediaOptions {
   /// system's default output ("autoaudiosink"). "fakesink sync=true" plays in real time without
   /// a sound device (headless runs, CI).
   std::string audioSink;
+
+  /// Called when the first audio buffer of an item reaches the sink: once for each item that
+  /// `replaceCurrentItem` loads, whether the player is playing or paused (a paused sink holds
+  /// that buffer as its preroll); not again after a seek. It runs on a GStreamer streaming
+  /// thread, inside the stream, so it must be quick, thread-safe, and must not call the player.
+  /// For measurements and diagnostics (the preview start-up benchmark times `changeTrack` +
+  /// `resume` to it). Empty: no hook.
+  std::function<void()> onFirstBuffer{};
 };
+
+/// Whether GStreamer can reach a sound output: one of its device providers (the sound server's,
+/// ALSA's, ...) lists at least one audio sink. False when GStreamer is missing or no provider
+/// finds one (headless machines, containers, CI), where "fakesink sync=true" is the sink to use
+/// instead of the default. Asks the providers on every call, which can take some milliseconds;
+/// any thread.
+bool audioOutputDevicePresent();
 
 /// The Linux `MediaPlayerFactory`: each player is a GStreamer `playbin` for http(s) and file
 /// addresses, playing sound only.

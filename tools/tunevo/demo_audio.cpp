@@ -1,0 +1,155 @@
+#include "tunevo/demo_audio.h"
+
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <thread>
+
+#include "applogic/audio/audio_preview_controller.h"
+#include "applogic/audio/vx_audio_session.h"
+#include "applogic/platform/gstreamer_media_player.h"
+#include "applogic/platform/linux_platform.h"
+#include "applogic/support/url.h"
+#include "applogic/testing/wav_clip.h"
+#include "tunevo/kept_player_factory.h"
+
+namespace tunevo {
+namespace {
+
+using namespace applogic;
+
+constexpr double kClipSeconds = 1.5;
+constexpr auto kPatience = std::chrono::seconds(10);
+constexpr const char* kNullSink = "fakesink sync=true";
+
+std::string seconds(std::chrono::nanoseconds time) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.1f s", std::chrono::duration<double>(time).count());
+  return text;
+}
+
+// A temporary file that is removed with this object.
+class TemporaryClip {
+ public:
+  TemporaryClip() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "tunevo-demo-XXXXXX.wav").string();
+    const int fd = ::mkstemps(pattern.data(), 4);
+    if (fd < 0) return;
+    ::close(fd);
+    path_ = pattern;
+    if (!testing::writeToneWavClip(*path_, kClipSeconds)) remove();
+  }
+  ~TemporaryClip() { remove(); }
+  TemporaryClip(const TemporaryClip&) = delete;
+  TemporaryClip& operator=(const TemporaryClip&) = delete;
+
+  // Absent when the file could not be made. Temporary paths hold no byte that needs escaping.
+  std::optional<Url> url() const { return path_ ? Url::parse("file://" + path_->string()) : std::nullopt; }
+
+ private:
+  void remove() {
+    std::error_code ignored;
+    if (path_) std::filesystem::remove(*path_, ignored);
+    path_.reset();
+  }
+  std::optional<std::filesystem::path> path_;
+};
+
+}  // namespace
+
+bool showAudio(std::ostream& out, std::ostream& err) {
+  out << "\n== AudioPreviewController ==\n";
+  const bool device = platform::audioOutputDevicePresent();
+  platform::LinuxPlatformOptions options;
+  if (!device) options.audioSink = kNullSink;
+  platform::LinuxPlatform host = platform::makeLinuxPlatformWithRunLoop(options);
+  platform::Platform& system = host.platform;
+  if (!system.mediaPlayers) {
+    out << "  skipped: no media player (GStreamer with its playbin element is not installed)\n";
+    return true;
+  }
+  const TemporaryClip clip;
+  const auto url = clip.url();
+  if (!url) {
+    err << "tunevo demo: cannot write a clip into " << std::filesystem::temp_directory_path().string() << "\n";
+    return false;
+  }
+  auto players = std::make_shared<KeptPlayerFactory>(system.mediaPlayers);
+  system.mediaPlayers = players;
+
+  auto session = std::make_shared<VXAudioSession>(system.audioSessionBackend, system.notificationCenter);
+  session->setIsApplicationInBackground([] { return false; });
+  AudioPreviewController controller(session, system);
+  bool playing = false;
+  std::optional<Track> current;
+  // `controller` outlives both subscriptions: they end with its variables.
+  controller.isPlaying().subscribe([&](bool value) { playing = value; });
+  controller.currentTrack().subscribe([&](const std::optional<Track>& track) { current = track; });
+
+  Track track;
+  track.id = "tra.demo";
+  track.name = "Demo tone";
+  track.previewURL = url->string();
+  out << "\nchangeTrack(\"tra.demo\", a generated " << seconds(std::chrono::milliseconds(1500))
+      << " tone, WAV), then resume()\n"
+      << "  sink " << (device ? "the system's default output" : "the null sink \"fakesink sync=true\" (no sound device)")
+      << "\n";
+  controller.changeTrack(track);
+
+  std::optional<std::string> ending;
+  // Registered after `changeTrack`, so the controller has rewound and paused when these run.
+  auto ended = system.notificationCenter->addObserver(
+      std::string(platform::kMediaPlayerItemDidPlayToEndTimeNotification), nullptr,
+      [&](const platform::Notification&) {
+        ending = "ended";
+        host.runLoop->quit();
+      });
+  auto failed = system.notificationCenter->addObserver(
+      std::string(platform::kMediaPlayerItemFailedToPlayToEndTimeNotification), nullptr,
+      [&](const platform::Notification&) {
+        ending = "failed";
+        host.runLoop->quit();
+      });
+
+  controller.resume();
+  out << "  playing: isPlaying " << (playing ? "true" : "false") << ", currentTrack \""
+      << (current ? current->id : "none") << "\"" << std::endl;
+
+  std::atomic<bool> finished{false};
+  std::thread guard([&] {
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    while (!finished.load() && std::chrono::steady_clock::now() < deadline) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    host.runLoop->quit();
+  });
+  host.runLoop->run();
+  finished.store(true);
+  guard.join();
+  host.runLoop->runUntilIdle();
+
+  bool ok = true;
+  if (ending == "ended") {
+    const auto length = players->player->duration();
+    out << "  ended: isPlaying " << (playing ? "true" : "false") << ", paused at "
+        << seconds(players->player->currentTime()) << " of " << (length ? seconds(*length) : std::string("?"))
+        << ", currentTrack \"" << (current ? current->id : "none") << "\"\n";
+  } else {
+    err << "tunevo demo: the preview " << (ending ? "could not be played" : "did not end within 10 s") << "\n";
+    ok = false;
+  }
+  controller.releaseResources();
+  system.notificationCenter->removeObserver(ended);
+  system.notificationCenter->removeObserver(failed);
+  return ok;
+}
+
+}  // namespace tunevo
