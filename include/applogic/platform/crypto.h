@@ -27,6 +27,18 @@ class Crypto {
   virtual ~Crypto() = default;
   /// The SHA-256 digest of `bytes`, or absent when hashing fails.
   virtual std::optional<Sha256Digest> sha256(std::span<const std::uint8_t> bytes) const = 0;
+
+  /// Whether `signature` is an RSA signature of `digest` under `publicKey` with PKCS #1 v1.5
+  /// padding for SHA-256 (RSASSA-PKCS1-v1_5, the digest wrapped in SHA-256's DigestInfo).
+  ///
+  /// `publicKey` is a bare PKCS #1 `RSAPublicKey` in DER (modulus and exponent, no algorithm
+  /// identifier). Bytes after the end of its DER are ignored, so key data with trailing bytes
+  /// is accepted. False when the key cannot be read or the signature does not match; never
+  /// throws. The default answers false: a platform without RSA verification accepts no signature.
+  virtual bool verifyRsaSha256Signature(std::span<const std::uint8_t> /*publicKey*/, const Sha256Digest& /*digest*/,
+                                        std::span<const std::uint8_t> /*signature*/) const {
+    return false;
+  }
 };
 
 }  // namespace applogic::platform

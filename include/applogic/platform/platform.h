@@ -6,6 +6,7 @@
 #include <string>
 
 #include "applogic/platform/audio_session_backend.h"
+#include "applogic/platform/bundle_info.h"
 #include "applogic/platform/clock.h"
 #include "applogic/platform/crypto.h"
 #include "applogic/platform/locale.h"
@@ -33,6 +34,8 @@ struct Platform {
   std::shared_ptr<AudioSessionBackend> audioSessionBackend;
   /// Absent when the platform cannot play media (on Linux: GStreamer's playbin is missing).
   std::shared_ptr<MediaPlayerFactory> mediaPlayers;
+  /// The app's bundle information (bundle identifier, API key, URL schemes).
+  std::shared_ptr<const BundleInfo> bundleInfo;
 };
 
 /// Options of the Linux ports; every member has a working default.
@@ -43,6 +46,9 @@ struct LinuxPlatformOptions {
   /// Where the media players send their sound, as a GStreamer pipeline description; empty: the
   /// system's default output. "fakesink sync=true" plays in real time without a sound device.
   std::string audioSink;
+  /// The app manifest that holds the bundle information; by default `app-manifest.json` in the
+  /// directory of the running executable (where a bundle keeps its information).
+  std::optional<std::filesystem::path> appManifestPath;
 };
 
 /// The real Linux ports: the system clock and the POSIX locale. The only function that names

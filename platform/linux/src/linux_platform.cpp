@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "applogic/platform/app_manifest_bundle_info.h"
 #include "applogic/platform/openssl_crypto.h"
 #include "applogic/platform/sqlite_secure_store.h"
 
@@ -34,6 +35,7 @@ LinuxPlatform makeLinuxPlatformWithRunLoop(const LinuxPlatformOptions& options) 
   platform.audioSessionBackend = std::make_shared<DesktopAudioSession>(platform.notificationCenter);
   platform.mediaPlayers = makeGStreamerMediaPlayers(platform.mainThread, platform.notificationCenter,
                                                     GStreamerMediaOptions{options.audioSink});
+  platform.bundleInfo = makeAppManifestBundleInfo(options.appManifestPath.value_or(defaultAppManifestPath()));
   return LinuxPlatform{std::move(platform), std::move(runLoop)};
 }
 

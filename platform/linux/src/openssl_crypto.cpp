@@ -1,9 +1,12 @@
 #include "applogic/platform/openssl_crypto.h"
 
+#include <openssl/err.h>
 #include <openssl/evp.h>
 #include <openssl/rand.h>
+#include <openssl/rsa.h>
 
 #include <climits>
+#include <memory>
 
 namespace applogic::platform {
 namespace {
@@ -31,6 +34,51 @@ class OpenSslCrypto final : public Crypto {
       return std::nullopt;
     }
     return digest;
+  }
+
+  bool verifyRsaSha256Signature(std::span<const std::uint8_t> publicKey, const Sha256Digest& digest,
+                                std::span<const std::uint8_t> signature) const override {
+    const bool verified = verify(publicKey, digest, signature);
+    // A failed import or verification leaves reasons on this thread's error queue; nobody reads
+    // them, and they must not surface in an unrelated later OpenSSL call.
+    if (!verified) ERR_clear_error();
+    return verified;
+  }
+
+ private:
+  // The length of the DER element at the start of `der` (header and contents), or 0 when its
+  // header is not a definite length that fits the data. Key data may carry trailing bytes; only
+  // the element itself is handed to the decoder.
+  static std::size_t derElementLength(std::span<const std::uint8_t> der) {
+    if (der.size() < 2) return 0;
+    std::size_t header = 2;
+    std::size_t length = der[1];
+    if (length > 0x80) {
+      const std::size_t count = length - 0x80;
+      if (count > sizeof(std::uint32_t) || der.size() < 2 + count) return 0;
+      length = 0;
+      for (std::size_t i = 0; i < count; ++i) length = (length << 8) | der[2 + i];
+      header += count;
+    } else if (length == 0x80) {
+      return 0;  // indefinite length is not DER
+    }
+    return length <= der.size() - header ? header + length : 0;
+  }
+
+  static bool verify(std::span<const std::uint8_t> publicKey, const Sha256Digest& digest,
+                     std::span<const std::uint8_t> signature) {
+    const std::size_t length = derElementLength(publicKey);
+    if (length == 0 || signature.empty()) return false;
+    const unsigned char* cursor = publicKey.data();
+    std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> key(
+        d2i_PublicKey(EVP_PKEY_RSA, nullptr, &cursor, static_cast<long>(length)), &EVP_PKEY_free);
+    if (!key) return false;
+    std::unique_ptr<EVP_PKEY_CTX, decltype(&EVP_PKEY_CTX_free)> context(EVP_PKEY_CTX_new(key.get(), nullptr),
+                                                                        &EVP_PKEY_CTX_free);
+    return context && EVP_PKEY_verify_init(context.get()) == 1 &&
+           EVP_PKEY_CTX_set_rsa_padding(context.get(), RSA_PKCS1_PADDING) == 1 &&
+           EVP_PKEY_CTX_set_signature_md(context.get(), EVP_sha256()) == 1 &&
+           EVP_PKEY_verify(context.get(), signature.data(), signature.size(), digest.data(), digest.size()) == 1;
   }
 };
 

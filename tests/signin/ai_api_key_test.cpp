@@ -1,0 +1,238 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "applogic/platform/openssl_crypto.h"
+#include "applogic/signin/client/ai_api_key_helper.h"
+#include "applogic/signin/client/ai_app_identifier.h"
+#include "applogic/support/log.h"
+#include "applogic/testing/bundle_values.h"
+#include "signin/api_key_minting.h"
+
+namespace applogic::signin {
+namespace {
+
+using test::issuerKeys;
+using test::mint;
+using test::mintWithPayloadPart;
+
+constexpr const char* kPackage = "com.tunevo.app";
+
+// The OpenSSL port, counting the signature verifications asked of it.
+class CountingCrypto final : public platform::Crypto {
+ public:
+  std::optional<Sha256Digest> sha256(std::span<const std::uint8_t> bytes) const override {
+    return inner_->sha256(bytes);
+  }
+  bool verifyRsaSha256Signature(std::span<const std::uint8_t> key, const Sha256Digest& digest,
+                                std::span<const std::uint8_t> signature) const override {
+    ++verifications;
+    return inner_->verifyRsaSha256Signature(key, digest, signature);
+  }
+  mutable std::atomic<int> verifications{0};
+
+ private:
+  std::shared_ptr<const platform::Crypto> inner_ = platform::makeOpenSslCrypto();
+};
+
+ClientConfiguration issuerConfiguration() {
+  ClientConfiguration configuration;
+  configuration.apiKeyPublicKey = issuerKeys().publicPem;
+  return configuration;
+}
+
+AIAPIKeyHelper helperFor(std::shared_ptr<const platform::Crypto> crypto,
+                         std::shared_ptr<const platform::BundleInfo> bundle = nullptr) {
+  return AIAPIKeyHelper(std::move(crypto), std::move(bundle), issuerConfiguration());
+}
+
+constexpr const char* kVersion3 =
+    R"({"ver":"3","appFamilyId":"amzn1.family","bundleSeedId":"com.tunevo.app","scopes":["profile","music"],)"
+    R"("perm":["read"],"clientId":"amzn1.client","appVariantId":"amzn1.variant"})";
+
+struct KeyRow {
+  const char* name;
+  std::string key;
+  AIAPIKeyProblem problem;
+};
+
+class APIKeyCheckTest : public ::testing::TestWithParam<KeyRow> {};
+
+TEST_P(APIKeyCheckTest, ReportsTheFirstProblem) {
+  const auto helper = helperFor(platform::makeOpenSslCrypto());
+  const AIAPIKeyCheck check = helper.checkAPIKey(GetParam().key, kPackage);
+  EXPECT_EQ(check.problem, GetParam().problem) << describe(check.problem);
+  EXPECT_EQ(check.appInfo.has_value(), GetParam().problem == AIAPIKeyProblem::none);
+  EXPECT_EQ(helper.verifyAPIKey(GetParam().key, kPackage), check.appInfo);
+}
+
+std::string withPayloadByteChanged(std::string key) {
+  const std::size_t dot = key.find('.');
+  key[dot + 4] = key[dot + 4] == 'A' ? 'B' : 'A';
+  return key;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Keys, APIKeyCheckTest,
+    ::testing::Values(
+        KeyRow{"Version3", mint(kVersion3), AIAPIKeyProblem::none},
+        KeyRow{"Version2", mint(R"({"ver":"2","appId":"amzn1.app","bundleSeedId":"com.tunevo.app"})"),
+               AIAPIKeyProblem::none},
+        KeyRow{"ExtraPartsAreNotRead", mint(kVersion3) + ".more", AIAPIKeyProblem::none},
+        KeyRow{"TwoParts", "eyJhbGciOiJSUzI1NiJ9.eyJ2ZXIiOiIzIn0", AIAPIKeyProblem::tooFewParts},
+        KeyRow{"Empty", "", AIAPIKeyProblem::tooFewParts},
+        KeyRow{"TamperedPayload", withPayloadByteChanged(mint(kVersion3)), AIAPIKeyProblem::badSignature},
+        KeyRow{"SignedByAnotherKey", mint(kVersion3, test::otherKeys()), AIAPIKeyProblem::badSignature},
+        KeyRow{"SignatureNotBase64", test::base64Of(R"({"alg":"RS256"})") + ".e30=.!!!!", AIAPIKeyProblem::badSignature},
+        KeyRow{"PayloadNotBase64", mintWithPayloadPart("e30!"), AIAPIKeyProblem::badBase64},
+        KeyRow{"PayloadUnpadded", mintWithPayloadPart("e30"), AIAPIKeyProblem::badBase64},
+        KeyRow{"PayloadNotJson", mint("ver=3"), AIAPIKeyProblem::notJson},
+        KeyRow{"PayloadAnArray", mint(R"(["ver","3"])"), AIAPIKeyProblem::notJson},
+        KeyRow{"PayloadNotUtf8", mint("{\"ver\":\"3\xff\"}"), AIAPIKeyProblem::notJson},
+        KeyRow{"VersionFour", mint(R"({"ver":"4","bundleSeedId":"com.tunevo.app"})"), AIAPIKeyProblem::unknownVersion},
+        KeyRow{"VersionAsNumber", mint(R"({"ver":3,"bundleSeedId":"com.tunevo.app"})"), AIAPIKeyProblem::unknownVersion},
+        KeyRow{"NoVersion", mint(R"({"bundleSeedId":"com.tunevo.app"})"), AIAPIKeyProblem::unknownVersion},
+        KeyRow{"AnotherPackage", mint(R"({"ver":"3","bundleSeedId":"com.other.app"})"), AIAPIKeyProblem::otherPackage},
+        KeyRow{"NoPackage", mint(R"({"ver":"2","appId":"amzn1.app"})"), AIAPIKeyProblem::otherPackage}),
+    [](const auto& row) { return std::string(row.param.name); });
+
+TEST(APIKeyHelperTest, PayloadsBecomeAppInformation) {
+  const auto helper = helperFor(platform::makeOpenSslCrypto());
+  const ClientConfiguration& configuration = helper.configuration();
+  struct Row {
+    const char* payload;
+    AIAppInfo expected;
+  };
+  const Row rows[] = {
+      {kVersion3, AIAppInfo(configuration, "amzn1.family", kPackage, {"profile", "music"}, {"read"}, "amzn1.client",
+                            "amzn1.family", "amzn1.variant")},
+      {R"({"ver":"3","appFamilyId":"f","bundleSeedId":"com.tunevo.app","clientId":"c","appVariantId":"v",)"
+       R"("endpoints":{"authz":"https://auth.example/ap/oa","tokenExchange":"https://api.example/auth/o2/token"}})",
+       AIAppInfo(configuration, "f", kPackage, {}, {}, "c", "f", "v", "https://auth.example/ap/oa",
+                 "https://api.example/auth/o2/token")},
+      // Addresses that do not begin with "https" give way to the production defaults, each alone.
+      {R"({"ver":"3","appFamilyId":"f","bundleSeedId":"com.tunevo.app","clientId":"c","appVariantId":"v",)"
+       R"("endpoints":{"authz":"http://auth.example/ap/oa","tokenExchange":"https://api.example/t"}})",
+       AIAppInfo(configuration, "f", kPackage, {}, {}, "c", "f", "v", std::nullopt, "https://api.example/t")},
+      {R"({"ver":"3","bundleSeedId":"com.tunevo.app","endpoints":{"authz":"https://a.example","tokenExchange":"ftp://x"}})",
+       AIAppInfo(configuration, std::nullopt, kPackage, {}, {}, std::nullopt, std::nullopt, std::nullopt,
+                 "https://a.example", std::nullopt)},
+      // An "endpoints" that is not an object counts as absent; wrong types read as missing.
+      {R"({"ver":"3","bundleSeedId":"com.tunevo.app","endpoints":"https://a.example","clientId":7,"scopes":["s",1]})",
+       AIAppInfo(configuration, std::nullopt, kPackage, {"s"}, {}, std::nullopt, std::nullopt, std::nullopt)},
+      {R"({"ver":"2","appId":"amzn1.app","bundleSeedId":"com.tunevo.app","scopes":["profile"],"perm":[],)"
+       R"("clientId":"c","appFamilyId":"ignored","endpoints":{"authz":"https://ignored"}})",
+       AIAppInfo(configuration, "amzn1.app", kPackage, {"profile"}, {}, "c")},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.payload);
+    const auto info = helper.appInfoForValidAPIKey(test::base64Of(row.payload), kPackage);
+    ASSERT_TRUE(info);
+    EXPECT_EQ(*info, row.expected);
+  }
+}
+
+TEST(AIAppInfoTest, OnlyHttpsAddressesAreKept) {
+  ClientConfiguration configuration;
+  configuration.signInPageUrl = "https://signin.default/ap/oa";
+  configuration.tokenEndpointUrl = "https://token.default/auth/o2/token";
+  for (const char* address : {"http://x.example", "HTTPS://x.example", "", " https://x.example", "ftp://x"}) {
+    const AIAppInfo info(configuration, "a", "p", {}, {}, "c", "f", "v", address, address);
+    EXPECT_EQ(info.authz(), configuration.signInPageUrl) << address;
+    EXPECT_EQ(info.tokenExchange(), configuration.tokenEndpointUrl) << address;
+  }
+  const AIAppInfo kept(configuration, "a", "p", {}, {}, "c", "f", "v", "https://a.example", "httpsx");
+  EXPECT_EQ(kept.authz(), "https://a.example");
+  EXPECT_EQ(kept.tokenExchange(), "httpsx");
+  EXPECT_EQ(AIAppInfo(configuration, "a", "p", {}, {}, "c").authz(), configuration.signInPageUrl);
+  EXPECT_NE(AIAppInfo(configuration, "a", "p", {}, {}, "c"), AIAppInfo(configuration, "a", "p", {}, {}, "c", "a", std::nullopt));
+}
+
+TEST(APIKeyHelperTest, WithoutAConfiguredPublicKeyNoKeyIsValid) {
+  const AIAPIKeyHelper helper(platform::makeOpenSslCrypto(), nullptr, ClientConfiguration{});
+  EXPECT_EQ(helper.checkAPIKey(mint(kVersion3), kPackage).problem, AIAPIKeyProblem::badSignature);
+}
+
+class AIAppIdentifierTest : public ::testing::Test {
+ protected:
+  void SetUp() override { AIAppIdentifier::resetSharedInstance(); }
+  void TearDown() override { AIAppIdentifier::resetSharedInstance(); }
+
+  std::shared_ptr<CountingCrypto> crypto_ = std::make_shared<CountingCrypto>();
+  AIAPIKeyHelper helper_ = helperFor(crypto_);
+  AIAppIdentifier identifier_;
+};
+
+TEST_F(AIAppIdentifierTest, ASecondCheckOfTheSameKeyDoesNotVerifyAgain) {
+  const std::string key = mint(kVersion3);
+  EXPECT_TRUE(identifier_.isAPIKey(key, kPackage, helper_));
+  EXPECT_TRUE(identifier_.isAPIKey(key, kPackage, helper_));
+  EXPECT_EQ(crypto_->verifications, 1);
+  // Another text for the same package is verified, and replaces the recorded one.
+  const std::string other = mint(R"({"ver":"2","appId":"amzn1.app","bundleSeedId":"com.tunevo.app"})");
+  EXPECT_TRUE(identifier_.isAPIKey(other, kPackage, helper_));
+  EXPECT_EQ(crypto_->verifications, 2);
+  EXPECT_EQ(identifier_.getAPIKeyForPackage(kPackage), other);
+  EXPECT_EQ(identifier_.getAppIdForPackage(kPackage), "amzn1.app");
+}
+
+TEST_F(AIAppIdentifierTest, InvalidKeysAreNotRememberedAndMissingValuesAreNotChecked) {
+  const std::string bad = withPayloadByteChanged(mint(kVersion3));
+  EXPECT_FALSE(identifier_.isAPIKey(bad, kPackage, helper_));
+  EXPECT_FALSE(identifier_.isAPIKey(bad, kPackage, helper_));
+  EXPECT_EQ(crypto_->verifications, 2);
+  EXPECT_FALSE(identifier_.isAPIKey(std::nullopt, kPackage, helper_));
+  EXPECT_FALSE(identifier_.isAPIKey(mint(kVersion3), std::nullopt, helper_));
+  EXPECT_EQ(crypto_->verifications, 2);
+  EXPECT_FALSE(identifier_.getAppInfoForPackage(kPackage));
+  // A key issued for another package is not valid for this one.
+  EXPECT_FALSE(identifier_.isAPIKey(mint(kVersion3), "com.other.app", helper_));
+}
+
+TEST_F(AIAppIdentifierTest, GettersAnswerTheRecordedValues) {
+  ASSERT_TRUE(identifier_.isAPIKey(mint(kVersion3), kPackage, helper_));
+  EXPECT_EQ(identifier_.getAppIdForPackage(kPackage), "amzn1.family");
+  EXPECT_EQ(identifier_.getAppFamilyIdForPackage(kPackage), "amzn1.family");
+  EXPECT_EQ(identifier_.getAppVariantIdForPackage(kPackage), "amzn1.variant");
+  EXPECT_EQ(identifier_.getAllowedScopesForPackage(kPackage), (std::vector<std::string>{"profile", "music"}));
+  EXPECT_EQ(identifier_.getAppPermissionsForPackage(kPackage), (std::vector<std::string>{"read"}));
+  EXPECT_EQ(identifier_.getAPIKeyForPackage(kPackage), mint(kVersion3));  // PKCS #1 v1.5 signing is deterministic
+  EXPECT_FALSE(identifier_.getAppInfoForPackage(std::nullopt));
+  EXPECT_FALSE(identifier_.getAppIdForPackage("com.other.app"));
+}
+
+class LineCollector final : public LogSink {
+ public:
+  void write(std::string_view line) override { lines.emplace_back(line); }
+  std::vector<std::string> lines;
+};
+
+TEST_F(AIAppIdentifierTest, IsAPIKeyValidLogsAndChecksTheBundlesKey) {
+  auto sink = std::make_shared<LineCollector>();
+  const ScopedLogSink scoped(sink);
+  const std::string key = mint(kVersion3);
+  auto bundle = std::make_shared<testing::BundleValues>(kPackage);
+  bundle->set(kIBAAppAPIKeyBundleKey, key);
+  const auto helper = helperFor(crypto_, bundle);
+  EXPECT_TRUE(identifier_.isAPIKeyValid(helper));
+  bundle->set(platform::kCFBundleIdentifierKey, std::nullopt);
+  EXPECT_FALSE(identifier_.isAPIKeyValid(helper));
+  EXPECT_EQ(sink->lines, (std::vector<std::string>{
+                             "APIKey name for the App is: " + key + " and the package name is: com.tunevo.app",
+                             "APIKey name for the App is: " + key + " and the package name is: (null)"}));
+}
+
+TEST_F(AIAppIdentifierTest, TheProcessHasOneInstanceUntilReset) {
+  const auto first = AIAppIdentifier::appIdentifier();
+  EXPECT_EQ(first, AIAppIdentifier::appIdentifier());
+  ASSERT_TRUE(first->isAPIKey(mint(kVersion3), kPackage, helper_));
+  AIAppIdentifier::resetSharedInstance();
+  EXPECT_NE(first, AIAppIdentifier::appIdentifier());
+  EXPECT_FALSE(AIAppIdentifier::appIdentifier()->getAppInfoForPackage(kPackage));
+}
+
+}  // namespace
+}  // namespace applogic::signin
