@@ -5,6 +5,7 @@
 #include <string_view>
 #include <vector>
 
+#include "tunevo/apikey.h"
 #include "tunevo/demo.h"
 #include "tunevo/exit_codes.h"
 #include "tunevo/parse.h"
@@ -28,6 +29,7 @@ constexpr Command kCommands[] = {
     {"parse", "KIND [FILE]", "print the records a service answer holds", &parseCommand},
     {"demo", "[ARGS...]", "a guided tour of the library, offline", &tunevo::runDemo},
     {"play", "URL|FILE", "play a track preview; Enter pauses, Ctrl-C stops", &tunevo::runPlay},
+    {"apikey", "mint|inspect", "issue an API key, or check one as the sign-in client does", &tunevo::runApiKeyCommand},
 };
 
 void printUsage(std::ostream& out) {

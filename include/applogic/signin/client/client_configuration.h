@@ -11,7 +11,8 @@ struct ClientConfiguration {
   /// The RSA public key (2048 bits, PEM "-----BEGIN PUBLIC KEY-----" text) that verifies the
   /// signature of the app's API key. Empty by default: the issuer's key is not shipped with the
   /// library, and with no key every API key is invalid, so the app has no client id until the
-  /// host sets the key of whoever issued its API keys.
+  /// host sets the key of whoever issued its API keys (`tunevo apikey mint` issues keys for a key
+  /// pair of your own).
   std::string apiKeyPublicKey;
 
   /// The production sign-in page, used when the API key names none or one that is not https.

@@ -1,0 +1,99 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "signin/api_key_minting.h"
+#include "tunevo_process.h"
+
+namespace tunevo::test {
+namespace {
+
+using applogic::signin::test::issuerKeys;
+using applogic::signin::test::otherKeys;
+
+class ApiKeyCommandTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    dir_ = std::filesystem::path(::testing::TempDir()) / "apikey_keys";
+    std::filesystem::create_directories(dir_);
+    std::ofstream(privatePath()) << issuerKeys().privatePem;
+    std::ofstream(publicPath()) << issuerKeys().publicPem;
+    std::ofstream(otherPublicPath()) << otherKeys().publicPem;
+  }
+  std::string privatePath() const { return (dir_ / "issuer.key").string(); }
+  std::string publicPath() const { return (dir_ / "issuer.pub").string(); }
+  std::string otherPublicPath() const { return (dir_ / "other.pub").string(); }
+
+  std::string mint(const std::string& extra) {
+    const Outcome minted = runTunevo("apikey mint --private-key '" + privatePath() +
+                                     "' --bundle-id com.tunevo.app --client-id amzn1.client " + extra);
+    EXPECT_EQ(minted.status, 0) << minted.err;
+    std::string key = minted.out;
+    if (!key.empty() && key.back() == '\n') key.pop_back();
+    return key;
+  }
+  Outcome inspect(const std::string& key, const std::string& publicKey, const std::string& bundle = "com.tunevo.app") {
+    return runTunevo("apikey inspect '" + key + "' --public-key '" + publicKey + "' --bundle-id " + bundle);
+  }
+
+  std::filesystem::path dir_;
+};
+
+TEST_F(ApiKeyCommandTest, MintedKeysInspectAsValid) {
+  const Outcome v3 = inspect(mint("--app-id amzn1.family --app-variant-id v --scopes profile,music "
+                                  "--authz https://auth.example/ap/oa --token-exchange http://token.example"),
+                             publicPath());
+  EXPECT_EQ(v3.status, 0) << v3.err;
+  EXPECT_NE(v3.out.find(R"(payload: {"ver":"3","appFamilyId":"amzn1.family","bundleSeedId":"com.tunevo.app")"),
+            std::string::npos)
+      << v3.out;
+  EXPECT_NE(v3.out.find(R"(app info: {"appId":"amzn1.family","packageName":"com.tunevo.app",)"
+                        R"("scopes":["profile","music"],"permissions":[],"clientId":"amzn1.client",)"
+                        R"("appParentId":"amzn1.family","appVariantId":"v","authz":"https://auth.example/ap/oa",)"
+                        R"("tokenExchange":"https://api.amazon.com/auth/o2/token"})"),
+            std::string::npos)
+      << v3.out;
+
+  const Outcome v2 = inspect(mint("--ver 2 --app-id amzn1.app"), publicPath());
+  EXPECT_EQ(v2.status, 0) << v2.err;
+  EXPECT_NE(v2.out.find(R"("appId":"amzn1.app")"), std::string::npos) << v2.out;
+}
+
+TEST_F(ApiKeyCommandTest, InvalidKeysSayWhy) {
+  const std::string key = mint("");
+  std::string tampered = key;
+  tampered[tampered.find('.') + 5] ^= 1;
+  struct Row {
+    std::string key;
+    std::string publicKey;
+    std::string bundle;
+    const char* reason;
+  };
+  const Row rows[] = {
+      {tampered, publicPath(), "com.tunevo.app", "bad signature"},
+      {key, otherPublicPath(), "com.tunevo.app", "bad signature"},
+      {key, publicPath(), "com.other.app", "other package"},
+      {"only.two", publicPath(), "com.tunevo.app", "too few parts"},
+  };
+  for (const Row& row : rows) {
+    const Outcome run = inspect(row.key, row.publicKey, row.bundle);
+    EXPECT_EQ(run.status, 65) << row.reason;
+    EXPECT_EQ(run.err, std::string("tunevo apikey: not valid: ") + row.reason + "\n");
+  }
+}
+
+TEST_F(ApiKeyCommandTest, UsageAndInputErrors) {
+  EXPECT_EQ(runTunevo("apikey").status, 64);
+  EXPECT_EQ(runTunevo("apikey mint --bundle-id b --client-id c").status, 64);
+  EXPECT_EQ(runTunevo("apikey mint --private-key '" + privatePath() + "' --bundle-id b --client-id c --ver 4").status, 64);
+  EXPECT_EQ(runTunevo("apikey mint --private-key '" + privatePath() + "' --bundle-id b --client-id c --ver 2 --authz https://a").status, 64);
+  EXPECT_EQ(runTunevo("apikey inspect --public-key '" + publicPath() + "' --bundle-id b").status, 64);
+  EXPECT_EQ(runTunevo("apikey inspect k --bundle-id b --public-key").status, 64);
+  EXPECT_EQ(runTunevo("apikey mint --private-key /nonexistent/key.pem --bundle-id b --client-id c").status, 66);
+  EXPECT_EQ(runTunevo("apikey mint --private-key '" + publicPath() + "' --bundle-id b --client-id c").status, 65);
+}
+
+}  // namespace
+}  // namespace tunevo::test
