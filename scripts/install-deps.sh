@@ -13,6 +13,9 @@ PACKAGES=(
   libutf8proc-dev
   # Sign-in client: OpenSSL 3 (secure random bytes, SHA-256) and SQLite 3 (the secure token store)
   libssl-dev libsqlite3-dev
+  # Desktop keyring secure store (libsecret); its tests run against a throw-away GNOME keyring on a
+  # private session bus (gnome-keyring-daemon, dbus-run-session from dbus-daemon)
+  libsecret-1-dev gnome-keyring dbus-daemon
   # Linux media player port: GStreamer's playbin, WAV/MP3/AAC parsing and http(s) sources
   libgstreamer1.0-dev gstreamer1.0-plugins-base gstreamer1.0-plugins-good
   # Tests

@@ -1,14 +1,25 @@
-// One contract, every SecureStore: the in-memory double and the SQLite port must agree.
+// One contract, every SecureStore: the in-memory double, the SQLite port and the keyring port must
+// agree. The keyring runs only inside scripts/with-test-keyring (a private bus and a throw-away
+// keyring); elsewhere its tests skip, or fail when APPLOGIC_REQUIRE_KEYRING=1.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
+#include <thread>
+#include <type_traits>
+#include <vector>
 
+#include "applogic/platform/libsecret_secure_store.h"
+#include "applogic/platform/platform.h"
 #include "applogic/platform/secure_store.h"
 #include "applogic/platform/sqlite_secure_store.h"
 #include "applogic/testing/in_memory_secure_store.h"
@@ -62,9 +73,54 @@ struct Sqlite {
   }
 };
 
+bool environmentSays(const char* name) {
+  const char* value = std::getenv(name);
+  return value != nullptr && std::string_view(value) == "1";
+}
+
+/// Items of one test live under a store name of their own, removed afterwards: tests of several
+/// processes share the keyring daemon.
+struct Keyring {
+  std::string name = "applogic-test-" + std::to_string(::getpid()) + "-" + std::to_string(next++);
+  std::shared_ptr<platform::SecureStore> store;
+
+  std::shared_ptr<platform::SecureStore> make() { return store = platform::makeLibsecretSecureStore(name); }
+  ~Keyring() {
+    if (store) (void)store->remove(SecureItem{});
+  }
+
+  /// Why the keyring tests cannot run here, if they cannot.
+  static std::optional<std::string> unavailable() {
+    if (!environmentSays("APPLOGIC_TEST_KEYRING")) {
+      return "no test keyring: run under scripts/with-test-keyring (tests never use the desktop's keyring)";
+    }
+    const auto probe = platform::makeLibsecretSecureStore("applogic-test-probe");
+    if (const auto answered = probe->copyMatching(SecureItem{}, SecureItemReturn::attributes, nullptr);
+        answered != status::kSuccess && answered != status::kItemNotFound) {
+      return "the test keyring answers status " + std::to_string(answered);
+    }
+    return std::nullopt;
+  }
+
+  static inline std::atomic<int> next{0};
+};
+
+/// Skips a keyring test where no test keyring runs; a failure when CI requires the keyring.
+#define SKIP_WITHOUT_KEYRING()                                                                  \
+  do {                                                                                          \
+    if (const auto reason = Keyring::unavailable()) {                                           \
+      if (environmentSays("APPLOGIC_REQUIRE_KEYRING")) FAIL() << "keyring required: " << *reason; \
+      GTEST_SKIP() << *reason;                                                                  \
+    }                                                                                           \
+  } while (false)
+
 template <class Port>
 class SecureStoreContract : public ::testing::Test {
  protected:
+  void SetUp() override {
+    if constexpr (std::is_same_v<Port, Keyring>) SKIP_WITHOUT_KEYRING();
+  }
+
   Bytes read(const std::string& service) {
     SecureItem found;
     EXPECT_EQ(store_->copyMatching(query(service), SecureItemReturn::data, &found), status::kSuccess);
@@ -75,8 +131,16 @@ class SecureStoreContract : public ::testing::Test {
   std::shared_ptr<platform::SecureStore> store_ = port_.make();
 };
 
-using Ports = ::testing::Types<InMemory, Sqlite>;
-TYPED_TEST_SUITE(SecureStoreContract, Ports);
+using Ports = ::testing::Types<InMemory, Sqlite, Keyring>;
+struct PortName {
+  template <class Port>
+  static std::string GetName(int) {
+    if constexpr (std::is_same_v<Port, InMemory>) return "InMemory";
+    if constexpr (std::is_same_v<Port, Sqlite>) return "Sqlite";
+    return "Keyring";
+  }
+};
+TYPED_TEST_SUITE(SecureStoreContract, Ports, PortName);
 
 TYPED_TEST(SecureStoreContract, AddedItemIsFoundByClassAndService) {
   auto& store = *this->store_;
@@ -165,6 +229,83 @@ TYPED_TEST(SecureStoreContract, QueryWithoutServiceMatchesTheFirstAdded) {
                                SecureItemReturn::attributes, &found),
             status::kSuccess);
   EXPECT_EQ(found.service, "b");
+}
+
+// --- The keyring port's own promises ----------------------------------------------------------
+
+TEST(LibsecretSecureStore, StoresOfOneNameShareItemsAndOtherNamesAreApart) {
+  SKIP_WITHOUT_KEYRING();
+  Keyring mine;
+  Keyring other;
+  const auto first = mine.make();
+  const auto second = platform::makeLibsecretSecureStore(mine.name);  // its own session with the daemon
+  const auto stranger = other.make();
+  ASSERT_EQ(first->add(item("1", {1})), status::kSuccess);
+  EXPECT_EQ(second->add(item("1", {2})), status::kDuplicateItem);
+  ASSERT_EQ(second->update(query("1"), dataOnly({5})), status::kSuccess);
+  SecureItem found;
+  ASSERT_EQ(first->copyMatching(query("1"), SecureItemReturn::data, &found), status::kSuccess);
+  EXPECT_EQ(found.data, Bytes{5});
+
+  EXPECT_EQ(stranger->copyMatching(query("1"), SecureItemReturn::data, nullptr), status::kItemNotFound);
+  ASSERT_EQ(stranger->add(item("1", {7})), status::kSuccess);
+  EXPECT_EQ(stranger->remove(query("1")), status::kSuccess);
+  EXPECT_EQ(second->copyMatching(query("1"), SecureItemReturn::data, &found), status::kSuccess);
+  EXPECT_EQ(found.data, Bytes{5});
+}
+
+TEST(LibsecretSecureStore, CallsFromSeveralThreadsAtOnceAllLand) {
+  SKIP_WITHOUT_KEYRING();
+  Keyring keyring;
+  const auto shared = keyring.make();
+  constexpr int kThreads = 4;
+  constexpr int kEach = 5;
+  std::atomic<int> failures{0};
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    // Half the threads share one store, the others have one each: both kinds of concurrency.
+    const auto store = t % 2 == 0 ? shared : platform::makeLibsecretSecureStore(keyring.name);
+    threads.emplace_back([store, t, &failures] {
+      for (int i = 0; i < kEach; ++i) {
+        const std::string service = std::to_string(t) + "-" + std::to_string(i);
+        failures += store->add(item(service, {static_cast<std::uint8_t>(i)})) != status::kSuccess;
+        failures += store->update(query(service), dataOnly({static_cast<std::uint8_t>(i + 1)})) != status::kSuccess;
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(failures, 0);
+  for (int t = 0; t < kThreads; ++t) {
+    for (int i = 0; i < kEach; ++i) {
+      SecureItem found;
+      EXPECT_EQ(shared->copyMatching(query(std::to_string(t) + "-" + std::to_string(i)), SecureItemReturn::data, &found),
+                status::kSuccess);
+      EXPECT_EQ(found.data, Bytes{static_cast<std::uint8_t>(i + 1)});
+    }
+  }
+}
+
+// The host's choice of the keyring holds when no keyring can be reached: calls answer "not
+// available" and nothing is written to the SQLite file instead. Run in a child process, whose
+// session bus address can still be chosen before GLib connects.
+TEST(LibsecretSecureStore, ChosenKeyringOutOfReachAnswersNotAvailableWithoutFallingBack) {
+  ScratchDirectory directory;
+  const auto sqliteFile = directory.path() / "store.sqlite3";
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        ::setenv("DBUS_SESSION_BUS_ADDRESS", ("unix:path=" + (directory.path() / "no-bus").string()).c_str(), 1);
+        platform::LinuxPlatformOptions options;
+        options.secureStoreBackend = platform::SecureStoreBackend::keyring;
+        options.secureStorePath = sqliteFile;
+        const auto store = platform::makeLinuxPlatform(options).secureStore;
+        const bool unavailable = store->add(item("1", {1})) == status::kNotAvailable &&
+                                 store->copyMatching(query("1"), SecureItemReturn::data, nullptr) == status::kNotAvailable &&
+                                 store->remove(query("1")) == status::kNotAvailable;
+        std::_Exit(unavailable ? 0 : 1);
+      },
+      ::testing::ExitedWithCode(0), "");
+  EXPECT_FALSE(std::filesystem::exists(sqliteFile));
 }
 
 // --- The SQLite port's own promises -----------------------------------------------------------

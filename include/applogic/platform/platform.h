@@ -38,10 +38,21 @@ struct Platform {
   std::shared_ptr<const BundleInfo> bundleInfo;
 };
 
+/// Where the Linux platform's secure store keeps the sign-in client's items.
+enum class SecureStoreBackend {
+  sqlite,   ///< a SQLite file of our own (`LinuxPlatformOptions::secureStorePath`)
+  keyring,  ///< the desktop keyring (the Secret Service, through libsecret)
+};
+
 /// Options of the Linux ports; every member has a working default.
 struct LinuxPlatformOptions {
+  /// The host's choice of secure store. It is never changed behind the host's back: when the
+  /// keyring is chosen and cannot be reached, the store's calls answer `kNotAvailable` (and try
+  /// again on the next call) rather than writing to the SQLite file, so tokens are never split
+  /// over two stores.
+  SecureStoreBackend secureStoreBackend = SecureStoreBackend::sqlite;
   /// The SQLite file of the secure store; by default `$XDG_DATA_HOME/tunevo/secure-store.sqlite3`
-  /// (`~/.local/share` when XDG_DATA_HOME is unset or not absolute).
+  /// (`~/.local/share` when XDG_DATA_HOME is unset or not absolute). Unused by the keyring.
   std::optional<std::filesystem::path> secureStorePath;
   /// Where the media players send their sound, as a GStreamer pipeline description; empty: the
   /// system's default output. "fakesink sync=true" plays in real time without a sound device.

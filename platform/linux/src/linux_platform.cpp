@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "applogic/platform/app_manifest_bundle_info.h"
+#include "applogic/platform/libsecret_secure_store.h"
 #include "applogic/platform/openssl_crypto.h"
 #include "applogic/platform/sqlite_secure_store.h"
 
@@ -29,7 +30,9 @@ LinuxPlatform makeLinuxPlatformWithRunLoop(const LinuxPlatformOptions& options) 
   platform.locale = systemLocale();
   platform.secureRandom = makeOpenSslSecureRandom();
   platform.crypto = makeOpenSslCrypto();
-  platform.secureStore = makeSqliteSecureStore(options.secureStorePath.value_or(defaultSecureStorePath()));
+  platform.secureStore = options.secureStoreBackend == SecureStoreBackend::keyring
+                             ? makeLibsecretSecureStore()
+                             : makeSqliteSecureStore(options.secureStorePath.value_or(defaultSecureStorePath()));
   platform.mainThread = runLoop;
   platform.notificationCenter = makeNotificationCenter();
   platform.audioSessionBackend = std::make_shared<DesktopAudioSession>(platform.notificationCenter);
