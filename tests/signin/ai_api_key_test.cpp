@@ -3,6 +3,7 @@
 #include <atomic>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "applogic/platform/openssl_crypto.h"
@@ -223,6 +224,26 @@ TEST_F(AIAppIdentifierTest, IsAPIKeyValidLogsAndChecksTheBundlesKey) {
   EXPECT_EQ(sink->lines, (std::vector<std::string>{
                              "APIKey name for the App is: " + key + " and the package name is: com.tunevo.app",
                              "APIKey name for the App is: " + key + " and the package name is: (null)"}));
+}
+
+TEST_F(AIAppIdentifierTest, ThreadsShareOneInstanceAndItsMaps) {
+  const std::string key = mint(kVersion3);
+  std::vector<std::thread> threads;
+  std::atomic<int> valid{0};
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([&] {
+      const auto identifier = AIAppIdentifier::appIdentifier();
+      for (int round = 0; round < 20; ++round) {
+        if (identifier->isAPIKey(key, kPackage, helper_)) ++valid;
+        (void)identifier->getAppInfoForPackage(kPackage);
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(valid, 80);
+  // Threads that met the key before any of them had recorded it verified it; nobody after.
+  EXPECT_LE(crypto_->verifications, 4);
+  EXPECT_EQ(AIAppIdentifier::appIdentifier()->getAPIKeyForPackage(kPackage), key);
 }
 
 TEST_F(AIAppIdentifierTest, TheProcessHasOneInstanceUntilReset) {
