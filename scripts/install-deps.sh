@@ -21,6 +21,7 @@ PACKAGES=(
   # Tests
   libgtest-dev libgmock-dev googletest
   # Loopback HTTP servers in tests (the media player port plays clips served with Range support)
+  # and the local sign-in server of tools/emulator (HTTPS; Debian builds it with OpenSSL)
   libcpp-httplib-dev
   # Fuzz targets and clang sanitizer runtimes (libFuzzer lives in libclang-rt)
   clang libclang-rt-14-dev

@@ -9,5 +9,6 @@ inline constexpr int kExitUsage = 64;    // EX_USAGE
 inline constexpr int kExitDataError = 65;  // EX_DATAERR
 inline constexpr int kExitNoInput = 66;  // EX_NOINPUT
 inline constexpr int kExitUnavailable = 69;  // EX_UNAVAILABLE
+inline constexpr int kExitCantCreate = 73;   // EX_CANTCREAT
 
 }  // namespace tunevo

@@ -7,6 +7,7 @@
 
 #include "tunevo/apikey.h"
 #include "tunevo/demo.h"
+#include "tunevo/emulator_command.h"
 #include "tunevo/exit_codes.h"
 #include "tunevo/parse.h"
 #include "tunevo/play.h"
@@ -30,6 +31,7 @@ constexpr Command kCommands[] = {
     {"demo", "[ARGS...]", "a guided tour of the library, offline", &tunevo::runDemo},
     {"play", "URL|FILE", "play a track preview; Enter pauses, Ctrl-C stops", &tunevo::runPlay},
     {"apikey", "mint|inspect", "issue an API key, or check one as the sign-in client does", &tunevo::runApiKeyCommand},
+    {"emulator", "signin [OPTIONS]", "run the local sign-in server until Ctrl-C", &tunevo::runEmulator},
 };
 
 void printUsage(std::ostream& out) {
