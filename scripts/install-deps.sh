@@ -18,6 +18,8 @@ PACKAGES=(
   libsecret-1-dev gnome-keyring dbus-daemon
   # Linux media player port: GStreamer's playbin, WAV/MP3/AAC parsing and http(s) sources
   libgstreamer1.0-dev gstreamer1.0-plugins-base gstreamer1.0-plugins-good
+  # Linux audio session port: the sound server's default output (PulseAudio protocol, also PipeWire's)
+  libpulse-dev
   # Tests
   libgtest-dev libgmock-dev googletest
   # Loopback HTTP servers in tests (the media player port plays clips served with Range support)

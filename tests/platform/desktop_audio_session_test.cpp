@@ -1,14 +1,25 @@
 #include "applogic/platform/desktop_audio_session.h"
 
 #include <gtest/gtest.h>
+#include <stdlib.h>
 
 #include <optional>
+#include <string>
+#include <vector>
+
+#include "applogic/platform/run_loop.h"
 
 namespace applogic {
 namespace {
 
+using platform::SoundServerOutput;
+using platform::SoundServerPortType;
+using platform::SoundServerState;
+using Kind = SoundServerPortType;
+
 TEST(DesktopAudioSession, AlwaysSucceedsAndRoutesToTheSpeaker) {
   platform::DesktopAudioSession session(platform::makeNotificationCenter());
+  EXPECT_FALSE(session.followsSoundServer());
   EXPECT_EQ(session.category(), platform::kAudioSessionCategorySoloAmbient);
   EXPECT_TRUE(session.setActive(true, nullptr));
   EXPECT_TRUE(session.setCategory(platform::kAudioSessionCategoryPlayback, platform::kAudioSessionCategoryOptionMixWithOthers, nullptr));
@@ -18,6 +29,129 @@ TEST(DesktopAudioSession, AlwaysSucceedsAndRoutesToTheSpeaker) {
   std::optional<bool> granted;
   session.requestRecordPermission([&](bool answer) { granted = answer; });
   EXPECT_EQ(granted, true);
+}
+
+// Sets an environment variable for the life of the object.
+class ScopedEnv {
+ public:
+  ScopedEnv(const char* name, const char* value) : name_(name) {
+    if (const char* old = ::getenv(name)) old_ = old;
+    ::setenv(name, value, 1);
+  }
+  ~ScopedEnv() {
+    if (old_) {
+      ::setenv(name_, old_->c_str(), 1);
+    } else {
+      ::unsetenv(name_);
+    }
+  }
+
+ private:
+  const char* name_;
+  std::optional<std::string> old_;
+};
+
+TEST(DesktopAudioSession, WithoutASoundServerRoutesToTheSpeakerQuietlyAndPostsNothing) {
+  // The server address points at a socket that does not exist, whatever runs on this machine.
+  const ScopedEnv server("PULSE_SERVER", ("unix:" + ::testing::TempDir() + "no-sound-server").c_str());
+  auto loop = std::make_shared<platform::RunLoop>();
+  auto center = platform::makeNotificationCenter();
+  int posted = 0;
+  auto token = center->addObserver(std::nullopt, nullptr, [&](const platform::Notification&) { ++posted; });
+  ::testing::internal::CaptureStderr();
+  {
+    platform::DesktopAudioSession session(center, loop);
+    EXPECT_FALSE(session.followsSoundServer());
+    EXPECT_EQ(session.currentRoute().outputs, (std::vector<platform::AudioSessionPortDescription>{{"Speaker"}}));
+  }
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
+  loop->runUntilIdle();
+  EXPECT_EQ(posted, 0);
+  center->removeObserver(token);
+}
+
+SoundServerOutput output(std::string sink, std::string port, Kind kind = Kind::unknown, std::string bus = "",
+                         std::string formFactor = "", std::string profile = "") {
+  return SoundServerOutput{std::move(sink), std::move(port), kind, std::move(bus), std::move(formFactor),
+                           std::move(profile)};
+}
+
+TEST(RoutePortType, MapsTheServersOutputToThePortTypeOfTheRoute) {
+  struct Row {
+    const char* name;
+    SoundServerOutput output;
+    const char* portType;
+  };
+  const Row rows[] = {
+      // The bus decides first: a Bluetooth or USB device is that whatever its port says.
+      {"Bluetooth A2DP (PulseAudio)", output("bluez_sink.00_11.a2dp_sink", "headphone-output", Kind::headphones, "bluetooth", "headphone", "a2dp_sink"), "BluetoothA2DPOutput"},
+      {"Bluetooth A2DP (PipeWire)", output("bluez_output.00_11.1", "", Kind::unknown, "bluetooth", "", "a2dp-sink"), "BluetoothA2DPOutput"},
+      {"Bluetooth HFP by profile", output("bluez_output.00_11.1", "", Kind::unknown, "bluetooth", "", "headset-head-unit"), "BluetoothHFP"},
+      {"Bluetooth HFP by port kind", output("bluez_sink.00_11.handsfree_head_unit", "handsfree-output", Kind::handsfree), "BluetoothHFP"},
+      {"a bluez sink without properties", output("bluez_sink.00_11", ""), "BluetoothA2DPOutput"},
+      {"USB headset", output("alsa_output.usb-Logi.analog-stereo", "analog-output-headphones", Kind::headphones, "usb"), "USBAudio"},
+      {"USB port kind", output("x", "", Kind::usb), "USBAudio"},
+      // Then the port's kind.
+      {"speaker", output("alsa_output.pci.analog-stereo", "analog-output-speaker", Kind::speaker, "pci"), "Speaker"},
+      {"headphones", output("alsa_output.pci.analog-stereo", "analog-output-headphones", Kind::headphones, "pci"), "Headphones"},
+      {"wired headset", output("alsa_output.pci.analog-stereo", "analog-output-headset", Kind::headset, "pci"), "Headphones"},
+      {"earpiece", output("x", "earpiece", Kind::earpiece), "Receiver"},
+      {"line out", output("x", "analog-output-lineout", Kind::line, "pci"), "LineOut"},
+      {"S/PDIF", output("x", "iec958-stereo-output", Kind::spdif), "LineOut"},
+      {"HDMI", output("alsa_output.pci.hdmi-stereo", "hdmi-output-0", Kind::hdmi, "pci"), "HDMI"},
+      {"TV", output("x", "", Kind::tv), "HDMI"},
+      {"car", output("x", "", Kind::car), "CarAudio"},
+      {"network", output("raop_output.living-room", "", Kind::network), "AirPlay"},
+      // Then the form factor, then words of the port's name (servers before kinds, PipeWire's ALSA sinks).
+      {"form factor headset", output("x", "", Kind::unknown, "", "headset"), "Headphones"},
+      {"form factor internal", output("x", "", Kind::unknown, "pci", "internal"), "Speaker"},
+      {"form factor tv", output("x", "", Kind::unknown, "", "tv"), "HDMI"},
+      {"port name headphones", output("x", "analog-output-headphones"), "Headphones"},
+      {"port name hdmi", output("x", "hdmi-output-1"), "HDMI"},
+      {"port name line out", output("x", "analog-output-lineout"), "LineOut"},
+      // Nothing known: a null sink, a plain analog output.
+      {"null sink", output("auto_null", ""), "Speaker"},
+      {"unknown analog", output("x", "analog-output", Kind::unknown, "pci"), "Speaker"},
+  };
+  for (const Row& row : rows) {
+    EXPECT_EQ(platform::routePortType(row.output), row.portType) << row.name;
+  }
+}
+
+TEST(RouteChangeReason, SaysWhetherTheOldOutputWentTheNewOneCameOrTheChoiceChanged) {
+  const auto speaker = output("pci", "analog-output-speaker");
+  const auto headphones = output("pci", "analog-output-headphones");
+  const auto usb = output("usb", "");
+  const auto state = [](std::optional<SoundServerOutput> route, std::vector<std::pair<std::string, std::string>> playable) {
+    return SoundServerState{std::move(route), std::move(playable)};
+  };
+  struct Row {
+    const char* name;
+    SoundServerState before;
+    SoundServerState after;
+    int reason;
+  };
+  const Row rows[] = {
+      {"headphones plugged in: the server moves to the new port",
+       state(speaker, {{"pci", "analog-output-speaker"}}),
+       state(headphones, {{"pci", "analog-output-speaker"}, {"pci", "analog-output-headphones"}}), 1},
+      {"headphones pulled out",
+       state(headphones, {{"pci", "analog-output-speaker"}, {"pci", "analog-output-headphones"}}),
+       state(speaker, {{"pci", "analog-output-speaker"}}), 2},
+      {"a USB device arrives and becomes the default",
+       state(speaker, {{"pci", "analog-output-speaker"}}),
+       state(usb, {{"pci", "analog-output-speaker"}, {"usb", ""}}), 1},
+      {"the USB device is removed", state(usb, {{"pci", "analog-output-speaker"}, {"usb", ""}}),
+       state(speaker, {{"pci", "analog-output-speaker"}}), 2},
+      {"the user picks another output that was there",
+       state(speaker, {{"pci", "analog-output-speaker"}, {"usb", ""}}),
+       state(usb, {{"pci", "analog-output-speaker"}, {"usb", ""}}), 8},
+      {"the last output goes: no default any more", state(usb, {{"usb", ""}}), state(std::nullopt, {}), 2},
+      {"a first output arrives", state(std::nullopt, {}), state(usb, {{"usb", ""}}), 1},
+  };
+  for (const Row& row : rows) {
+    EXPECT_EQ(platform::routeChangeReason(row.before, row.after), row.reason) << row.name;
+  }
 }
 
 }  // namespace

@@ -35,7 +35,7 @@ LinuxPlatform makeLinuxPlatformWithRunLoop(const LinuxPlatformOptions& options) 
                              : makeSqliteSecureStore(options.secureStorePath.value_or(defaultSecureStorePath()));
   platform.mainThread = runLoop;
   platform.notificationCenter = makeNotificationCenter();
-  platform.audioSessionBackend = std::make_shared<DesktopAudioSession>(platform.notificationCenter);
+  platform.audioSessionBackend = std::make_shared<DesktopAudioSession>(platform.notificationCenter, runLoop);
   platform.mediaPlayers = makeGStreamerMediaPlayers(platform.mainThread, platform.notificationCenter,
                                                     GStreamerMediaOptions{options.audioSink});
   platform.bundleInfo = makeAppManifestBundleInfo(options.appManifestPath.value_or(defaultAppManifestPath()));
