@@ -1,11 +1,13 @@
 #include <httplib.h>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <fstream>
 #include <iterator>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
@@ -25,9 +27,15 @@ namespace {
 class ClipServer {
  public:
   explicit ClipServer(std::string clip) {
-    server_.Get("/clip.wav", [clip = std::move(clip)](const httplib::Request&, httplib::Response& response) {
+    server_.Get("/clip.wav", [this, clip = std::move(clip)](const httplib::Request& request, httplib::Response& response) {
+      {
+        std::lock_guard lock(mutex_);
+        ranges_.push_back(request.has_header("Range") ? request.get_header_value("Range") : "");
+      }
       response.set_content(clip, "audio/x-wav");
     });
+    // Stopping waits for idle connections to time out; the default is five seconds.
+    server_.set_keep_alive_timeout(1);
     port_ = server_.bind_to_any_port("127.0.0.1");
     thread_ = std::thread([this] { server_.listen_after_bind(); });
     // `stop` only ends a server that is already accepting.
@@ -38,8 +46,15 @@ class ClipServer {
     thread_.join();
   }
   std::string url() const { return "http://127.0.0.1:" + std::to_string(port_) + "/clip.wav"; }
+  // The Range header of every request so far, in order ("" for none).
+  std::vector<std::string> ranges() {
+    std::lock_guard lock(mutex_);
+    return ranges_;
+  }
 
  private:
+  std::mutex mutex_;
+  std::vector<std::string> ranges_;
   httplib::Server server_;
   int port_ = 0;
   std::thread thread_;
@@ -104,6 +119,13 @@ class GStreamerHttpTest : public ::testing::Test {
 TEST_F(GStreamerHttpTest, AClipServedOverHttpPlaysEndsRewoundAndPlaysAgain) {
   ClipServer server(readFile(test::writeClip("http_clip.wav", 0.3)));
   const Track track = trackAt(server.url());
+  // Registered before the controller's own observer, so it counts the requests of the first play
+  // before the controller rewinds.
+  std::optional<std::size_t> requestsBeforeTheEnd;
+  auto countAtTheEnd = center->addObserver(std::string(platform::kMediaPlayerItemDidPlayToEndTimeNotification), nullptr,
+                                           [&](const platform::Notification&) {
+                                             if (!requestsBeforeTheEnd) requestsBeforeTheEnd = server.ranges().size();
+                                           });
   controller->changeTrack(track);
   controller->resume();
   ASSERT_TRUE(runUntilQuit(*loop));
@@ -114,6 +136,14 @@ TEST_F(GStreamerHttpTest, AClipServedOverHttpPlaysEndsRewoundAndPlaysAgain) {
   ASSERT_TRUE(runUntilQuit(*loop));
   EXPECT_EQ(playing, (std::vector<bool>{false, true, true, false, true, false}));
   EXPECT_EQ(current, track);
+  // The source cannot seek without asking again: the rewind asked for the bytes after the clip's
+  // 44-byte header, its first sample, and the replay played from there.
+  const std::vector<std::string> ranges = server.ranges();
+  ASSERT_TRUE(requestsBeforeTheEnd.has_value());
+  ASSERT_GT(ranges.size(), *requestsBeforeTheEnd);
+  EXPECT_THAT(std::vector<std::string>(ranges.begin() + static_cast<std::ptrdiff_t>(*requestsBeforeTheEnd), ranges.end()),
+              ::testing::Each(std::string("bytes=44-")));
+  center->removeObserver(countAtTheEnd);
 }
 
 TEST_F(GStreamerHttpTest, AnUnreachableAddressIsLoggedAndLeavesThePreviewPaused) {
