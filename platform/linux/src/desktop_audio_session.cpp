@@ -313,11 +313,14 @@ void DesktopAudioSession::serverStateChanged(SoundServerState state) {
   int reason = 0;
   {
     std::lock_guard lock(mutex_);
+    // The first answer sets the route the session starts with; only later changes are news.
+    // The state is kept from the moment the route was set, so that an output which arrived
+    // since then counts as new when the route moves to it, even if other readings came between.
+    if (server_ && sameRoute(server_->route, state.route)) return;
     const std::optional<SoundServerState> before = std::exchange(server_, state);
     previous = AudioSessionRouteDescription{{}, {AudioSessionPortDescription{portType_}}};
     portType_ = state.route ? routePortType(*state.route) : std::string(kSpeaker);
-    // The first answer sets the route the session starts with; only later changes are news.
-    if (!before || sameRoute(before->route, state.route)) return;
+    if (!before) return;
     reason = routeChangeReason(*before, state);
   }
   if (!mainThread_) return;

@@ -58,10 +58,11 @@ struct SoundServerState {
 /// Pure; any thread.
 std::string routePortType(const SoundServerOutput& output);
 
-/// The route-change reason for a change of route from `before` to `after` (the routes differ):
-/// 2 (old device unavailable) when the old route can no longer play, else 1 (new device
-/// available) when the new route could not play before, else 8 (route configuration change:
-/// the user or the server chose another output that was already there). Pure; any thread.
+/// The route-change reason for a change of route from `before` (the state when the route was
+/// last set) to `after` (the routes differ): 2 (old device unavailable) when the old route can no
+/// longer play, else 1 (new device available) when the new route could not play in `before`
+/// (it arrived since), else 8 (route configuration change: the user or the server chose another
+/// output that was already there). Pure; any thread.
 int routeChangeReason(const SoundServerState& before, const SoundServerState& after);
 
 /// The Linux `AudioSessionBackend`. A desktop has no session to claim: activation and category
