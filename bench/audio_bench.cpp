@@ -41,6 +41,9 @@ class ClipServer {
     server_.Get("/clip.wav", [clip = std::move(clip)](const httplib::Request&, httplib::Response& response) {
       response.set_content(clip, "audio/x-wav");
     });
+    // Without it the response's second write waits for the client's delayed acknowledgement
+    // (40 ms on Linux loopback), a property of this server that would swamp the figure.
+    server_.set_tcp_nodelay(true);
     port_ = server_.bind_to_any_port("127.0.0.1");
     thread_ = std::thread([this] { server_.listen_after_bind(); });
     while (!server_.is_running()) std::this_thread::yield();
@@ -99,7 +102,8 @@ double median(std::vector<double> samples) {
   return samples[samples.size() / 2];
 }
 
-// Times `start` to the first buffer that `firstBuffer` sees after it, once per iteration.
+// Times `start` to the first buffer that `firstBuffer` sees after it, once per iteration; the
+// clip is long enough that every play is still running when the next one starts.
 template <class Start, class Between>
 void timePlays(benchmark::State& state, FirstBuffer& firstBuffer, Start start, Between between) {
   std::vector<double> samples;
@@ -147,13 +151,15 @@ void BM_Baseline_BarePlaybin(benchmark::State& state) {
       },
       &probe, nullptr);
   gst_object_unref(pad);
+  // Like `changeTrack`, each start first stops what played before.
   timePlays(
       state, firstBuffer,
       [&] {
+        gst_element_set_state(playbin, GST_STATE_NULL);
         waiting.store(true);
         gst_element_set_state(playbin, GST_STATE_PLAYING);
       },
-      [&] { gst_element_set_state(playbin, GST_STATE_NULL); });
+      [] {});
   gst_element_set_state(playbin, GST_STATE_NULL);
   gst_object_unref(playbin);
 }
