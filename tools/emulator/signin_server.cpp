@@ -179,6 +179,7 @@ class SignInServer::Impl {
     // stop() only acts on a running server: wait until the accept loop is up, so that a server
     // destroyed at once still stops.
     while (!server_.is_running() && !listenEnded_) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    if (listenEnded_) return detail::serverError(kSignInServerPortError, "the server stopped listening at once");
     return std::nullopt;
   }
 
