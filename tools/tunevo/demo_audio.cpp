@@ -30,11 +30,13 @@ constexpr double kClipSeconds = 1.5;
 constexpr auto kPatience = std::chrono::seconds(10);
 constexpr const char* kNullSink = "fakesink sync=true";
 
-std::string seconds(std::chrono::nanoseconds time) {
+std::string seconds(double value) {
   char text[32];
-  std::snprintf(text, sizeof text, "%.1f s", std::chrono::duration<double>(time).count());
+  std::snprintf(text, sizeof text, "%.1f s", value);
   return text;
 }
+
+std::string seconds(std::chrono::nanoseconds time) { return seconds(std::chrono::duration<double>(time).count()); }
 
 // A temporary file that is removed with this object.
 class TemporaryClip {
@@ -98,8 +100,7 @@ bool showAudio(std::ostream& out, std::ostream& err) {
   track.id = "tra.demo";
   track.name = "Demo tone";
   track.previewURL = url->string();
-  out << "\nchangeTrack(\"tra.demo\", a generated " << seconds(std::chrono::milliseconds(1500))
-      << " tone, WAV), then resume()\n"
+  out << "\nchangeTrack(\"tra.demo\", a generated " << seconds(kClipSeconds) << " tone, WAV), then resume()\n"
       << "  sink " << (device ? "the system's default output" : "the null sink \"fakesink sync=true\" (no sound device)")
       << "\n";
   controller.changeTrack(track);
