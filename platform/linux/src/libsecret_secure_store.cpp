@@ -362,8 +362,11 @@ class LibsecretSecureStore final : public SecureStore {
       found.push_back(describe(SECRET_ITEM(each->data)));  // takes the list's reference
     }
     g_list_free(items);
+    // Equal orders come only from two processes adding at once; then the daemon's object paths
+    // decide, shorter first so that ".../9" comes before ".../10".
     std::sort(found.begin(), found.end(), [](const Found& a, const Found& b) {
-      return std::tie(a.order, a.path) < std::tie(b.order, b.path);
+      return std::tuple(a.order, a.path.size(), std::string_view(a.path)) <
+             std::tuple(b.order, b.path.size(), std::string_view(b.path));
     });
     return status::kSuccess;
   }
