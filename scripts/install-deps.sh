@@ -16,6 +16,8 @@ PACKAGES=(
   # Desktop keyring secure store (libsecret); its tests run against a throw-away GNOME keyring on a
   # private session bus (gnome-keyring-daemon, dbus-run-session from dbus-daemon)
   libsecret-1-dev gnome-keyring dbus-daemon
+  # Linux HTTP client port: libcurl (OpenSSL flavour); zlib gzips answers in its tests
+  libcurl4-openssl-dev zlib1g-dev
   # Linux media player port: GStreamer's playbin, WAV/MP3/AAC parsing and http(s) sources
   libgstreamer1.0-dev gstreamer1.0-plugins-base gstreamer1.0-plugins-good
   # Linux audio session port: the sound server's default output (PulseAudio protocol, also PipeWire's)

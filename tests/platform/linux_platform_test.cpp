@@ -11,6 +11,8 @@ TEST(LinuxPlatform, ProvidesEveryService) {
   const platform::Platform system = platform::makeLinuxPlatform();
   ASSERT_NE(system.clock, nullptr);
   ASSERT_NE(system.locale, nullptr);
+  EXPECT_NE(system.httpClient, nullptr);
+  EXPECT_NE(system.deviceInfo, nullptr);
   const auto before = std::chrono::system_clock::now();
   EXPECT_GE(system.clock->now(), before);
 }

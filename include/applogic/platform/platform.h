@@ -9,6 +9,8 @@
 #include "applogic/platform/bundle_info.h"
 #include "applogic/platform/clock.h"
 #include "applogic/platform/crypto.h"
+#include "applogic/platform/device_info.h"
+#include "applogic/platform/http_client.h"
 #include "applogic/platform/locale.h"
 #include "applogic/platform/secure_store.h"
 #include "applogic/platform/main_thread.h"
@@ -36,6 +38,9 @@ struct Platform {
   std::shared_ptr<MediaPlayerFactory> mediaPlayers;
   /// The app's bundle information (bundle identifier, API key, URL schemes).
   std::shared_ptr<const BundleInfo> bundleInfo;
+  /// Delivers its handlers through `mainThread`.
+  std::shared_ptr<HttpClient> httpClient;
+  std::shared_ptr<const DeviceInfo> deviceInfo;
 };
 
 /// Where the Linux platform's secure store keeps the sign-in client's items.
@@ -60,6 +65,8 @@ struct LinuxPlatformOptions {
   /// The app manifest that holds the bundle information; by default `app-manifest.json` in the
   /// directory of the running executable (where a bundle keeps its information).
   std::optional<std::filesystem::path> appManifestPath;
+  /// PEM certificates the HTTP client trusts besides the system's CAs (a loopback server's CA).
+  std::optional<std::filesystem::path> httpCaFile;
 };
 
 /// The real Linux ports: the system clock and the POSIX locale. The only function that names

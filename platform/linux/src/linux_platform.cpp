@@ -7,8 +7,10 @@
 #include "applogic/platform/openssl_crypto.h"
 #include "applogic/platform/sqlite_secure_store.h"
 
+#include "applogic/platform/curl_http_client.h"
 #include "applogic/platform/desktop_audio_session.h"
 #include "applogic/platform/gstreamer_media_player.h"
+#include "applogic/platform/linux_device_info.h"
 #include "applogic/platform/run_loop.h"
 
 namespace applogic::platform {
@@ -39,6 +41,8 @@ LinuxPlatform makeLinuxPlatformWithRunLoop(const LinuxPlatformOptions& options) 
   platform.mediaPlayers = makeGStreamerMediaPlayers(platform.mainThread, platform.notificationCenter,
                                                     GStreamerMediaOptions{options.audioSink});
   platform.bundleInfo = makeAppManifestBundleInfo(options.appManifestPath.value_or(defaultAppManifestPath()));
+  platform.httpClient = makeCurlHttpClient(platform.mainThread, CurlHttpOptions{options.httpCaFile});
+  platform.deviceInfo = std::make_shared<LinuxDeviceInfo>();
   return LinuxPlatform{std::move(platform), std::move(runLoop)};
 }
 

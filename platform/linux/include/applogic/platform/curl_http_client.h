@@ -1,0 +1,28 @@
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+
+#include "applogic/platform/http_client.h"
+#include "applogic/platform/main_thread.h"
+
+namespace applogic::platform {
+
+struct CurlHttpOptions {
+  /// PEM certificates trusted in addition to the system's CAs (a CA made for a loopback server).
+  /// A file that cannot be read makes every request fail with `HttpErrorCode::invalidRequest`.
+  std::optional<std::filesystem::path> caFile;
+};
+
+/// The Linux `HttpClient`: libcurl's multi interface, driven by one worker thread that the client
+/// starts with its first request (or first cookie call) and joins when it is destroyed. Handlers
+/// are posted to `mainThread`. Follows up to 16 redirects between http and https addresses,
+/// accepts every content encoding libcurl can decode (gzip, deflate, br, zstd) and decodes it,
+/// verifies TLS peers against the system's CAs and `options.caFile`, and honours the usual proxy
+/// variables (http_proxy, https_proxy, no_proxy). Cookies live in memory for the client's life.
+///
+/// Thread contract: as `HttpClient`.
+std::shared_ptr<HttpClient> makeCurlHttpClient(std::shared_ptr<MainThread> mainThread, CurlHttpOptions options = {});
+
+}  // namespace applogic::platform

@@ -1,0 +1,376 @@
+#include "applogic/platform/curl_http_client.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <condition_variable>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "applogic/platform/run_loop.h"
+#include "http/loopback.h"
+
+namespace applogic {
+namespace {
+
+using platform::HttpErrorCode;
+using platform::HttpRequest;
+
+const std::string kHelloBody = [] {
+  std::string body;
+  // Large enough to arrive in several pieces.
+  for (int i = 0; body.size() < 200'000; ++i) body += "line " + std::to_string(i) + "\n";
+  return body;
+}();
+
+// A type the server never compresses by itself (it would buffer a stream, and spend long on
+// brotli), so bodies arrive as written.
+constexpr const char* kUncompressed = "application/octet-stream";
+
+// What one request reported, in order; consecutive data pieces count as one "data" event.
+struct Outcome {
+  std::vector<std::string> events;
+  std::optional<platform::HttpResponse> response;
+  std::string body;
+  std::optional<Error> error;
+  bool allOnMainThread = true;
+};
+
+platform::HttpHandlers recordInto(Outcome& outcome, platform::RunLoop& loop, bool quitOnData = false) {
+  auto note = [&outcome, &loop](const std::string& event) {
+    if (!loop.isMainThread()) outcome.allOnMainThread = false;
+    if (event != "data" || outcome.events.empty() || outcome.events.back() != "data") outcome.events.push_back(event);
+  };
+  platform::HttpHandlers handlers;
+  handlers.onResponse = [&outcome, note](const platform::HttpResponse& response) {
+    note("response");
+    outcome.response = response;
+  };
+  handlers.onData = [&outcome, &loop, note, quitOnData](std::string_view data) {
+    note("data");
+    outcome.body += data;
+    if (quitOnData) loop.quit();
+  };
+  handlers.onFailure = [&outcome, &loop, note](const Error& error) {
+    note("failure");
+    outcome.error = error;
+    loop.quit();
+  };
+  handlers.onFinish = [&loop, note] {
+    note("finish");
+    loop.quit();
+  };
+  return handlers;
+}
+
+std::string joinedNames(std::vector<platform::HttpCookie> cookies) {
+  std::vector<std::string> names;
+  for (const auto& cookie : cookies) names.push_back(cookie.name);
+  std::sort(names.begin(), names.end());
+  std::string joined;
+  for (const auto& name : names) joined += (joined.empty() ? "" : ",") + name;
+  return joined;
+}
+
+// A stream that never ends by itself: a first piece, then one byte at a time until the client
+// goes away, which it reports.
+class HoldingRoute {
+ public:
+  void install(httplib::Server& server) {
+    server.Get("/hold", [this](const httplib::Request&, httplib::Response& response) {
+      response.set_chunked_content_provider(kUncompressed, [this](std::size_t offset, httplib::DataSink& sink) {
+        if (offset == 0) return sink.write("first", 5);
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        if (released_.load()) {
+          sink.done();
+          return true;
+        }
+        if (!sink.write(".", 1)) {
+          std::lock_guard lock(mutex_);
+          clientGone_ = true;
+          changed_.notify_all();
+          return false;
+        }
+        return true;
+      });
+    });
+  }
+  // Waits (at most 30 s, so that a stuck client fails the test) until a client went away.
+  bool waitUntilClientGone() {
+    std::unique_lock lock(mutex_);
+    return changed_.wait_for(lock, std::chrono::seconds(30), [this] { return clientGone_; });
+  }
+  void release() { released_.store(true); }
+
+ private:
+  std::atomic<bool> released_{false};
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  bool clientGone_ = false;
+};
+
+class CurlHttpClientTest : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() { certificates = new test::TestCertificates(); }
+  static void TearDownTestSuite() {
+    delete certificates;
+    certificates = nullptr;
+  }
+
+  void SetUp() override {
+    for (auto* server : {&http, &https}) {
+      installRoutes(server->routes());
+      server->start();
+    }
+  }
+  void TearDown() override { holding.release(); }
+
+  void installRoutes(httplib::Server& server) {
+    server.Get("/hello", [](const httplib::Request&, httplib::Response& response) {
+      response.set_header("X-Test", "yes");
+      response.set_content(kHelloBody, kUncompressed);
+    });
+    server.Get("/fail", [](const httplib::Request&, httplib::Response& response) {
+      response.status = 500;
+      response.set_content(R"({"error":"server_error"})", "application/json");
+    });
+    server.Get("/redirect", [](const httplib::Request&, httplib::Response& response) {
+      response.set_redirect("/hello");
+    });
+    server.Post("/echo", [](const httplib::Request& request, httplib::Response& response) {
+      response.set_content(request.get_header_value("Content-Type") + "|" + request.get_header_value("X-Custom") +
+                               "|" + request.body,
+                           "text/plain");
+    });
+    server.Get("/gzip", [](const httplib::Request& request, httplib::Response& response) {
+      const std::string accepted = request.get_header_value("Accept-Encoding");
+      response.set_header("X-Accept-Encoding", accepted);
+      if (accepted.find("gzip") == std::string::npos) return response.set_content(kHelloBody, kUncompressed);
+      response.set_header("Content-Encoding", "gzip");
+      response.set_content(test::gzip(kHelloBody), kUncompressed);
+    });
+    server.Get("/set-cookies", [](const httplib::Request&, httplib::Response& response) {
+      response.headers.emplace("Set-Cookie", "host=h; Path=/");
+      response.headers.emplace("Set-Cookie", "parent=p; Domain=signin.localhost; Path=/");
+      response.headers.emplace("Set-Cookie", "deep=d; Path=/account");
+      response.headers.emplace("Set-Cookie", "secure=s; Domain=signin.localhost; Path=/; Secure");
+      response.set_content("set", "text/plain");
+    });
+    server.Get("/account/cookies", [](const httplib::Request& request, httplib::Response& response) {
+      response.set_content(request.get_header_value("Cookie"), "text/plain");
+    });
+    holding.install(server);
+  }
+
+  Outcome fetch(HttpRequest request, platform::HttpClient& with) {
+    Outcome outcome;
+    auto connection = with.start(std::move(request), recordInto(outcome, *loop));
+    EXPECT_TRUE(test::runUntilQuit(*loop)) << "the request never ended";
+    return outcome;
+  }
+  Outcome fetch(HttpRequest request) { return fetch(std::move(request), *client); }
+  Outcome get(const std::string& url) { return fetch(HttpRequest{.url = url}); }
+
+  static std::unique_ptr<httplib::Server> makeHttpsServer() {
+    return std::make_unique<httplib::SSLServer>(certificates->serverCertificate(), certificates->serverKey());
+  }
+
+  static inline test::TestCertificates* certificates = nullptr;
+  HoldingRoute holding;
+  test::LoopbackServer http{std::make_unique<httplib::Server>(), "http"};
+  test::LoopbackServer https{makeHttpsServer(), "https"};
+  std::shared_ptr<platform::RunLoop> loop = std::make_shared<platform::RunLoop>();
+  std::shared_ptr<platform::HttpClient> client =
+      platform::makeCurlHttpClient(loop, platform::CurlHttpOptions{certificates->caFile()});
+};
+
+struct AnswerRow {
+  const char* name;
+  bool overTls;
+  const char* path;
+  int status;
+  std::string body;
+  const char* finalPath;
+};
+
+TEST_F(CurlHttpClientTest, AnswersArriveOnTheMainThreadAsResponseDataFinish) {
+  const AnswerRow rows[] = {
+      {"plain", false, "/hello", 200, kHelloBody, "/hello"},
+      {"over TLS with the CA file", true, "/hello", 200, kHelloBody, "/hello"},
+      {"a 500 with a body is a response", false, "/fail", 500, R"({"error":"server_error"})", "/fail"},
+      {"a redirect is followed", false, "/redirect", 200, kHelloBody, "/hello"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    const auto& server = row.overTls ? https : http;
+    const Outcome outcome = get(server.url(row.path, "localhost"));
+    EXPECT_EQ(outcome.events, (std::vector<std::string>{"response", "data", "finish"}));
+    EXPECT_TRUE(outcome.allOnMainThread);
+    ASSERT_TRUE(outcome.response);
+    EXPECT_EQ(outcome.response->statusCode, row.status);
+    EXPECT_EQ(outcome.response->url, server.url(row.finalPath, "localhost"));
+    EXPECT_EQ(outcome.body, row.body);
+    if (row.finalPath == std::string("/hello")) {
+      EXPECT_EQ(platform::findHttpHeader(outcome.response->headers, "x-test"), "yes");
+    }
+  }
+}
+
+TEST_F(CurlHttpClientTest, UnusableRequestsFailOnceWithACodeAndADescription) {
+  const auto untrusting = platform::makeCurlHttpClient(loop);
+  const auto badCaFile = platform::makeCurlHttpClient(loop, {"/nonexistent/ca.pem"});
+  struct Row {
+    const char* name;
+    platform::HttpClient* client;
+    HttpRequest request;
+    HttpErrorCode code;
+    const char* mentions = "";
+  };
+  const Row rows[] = {
+      // Port 1 of the loopback interface: nothing listens there, so the connection is refused.
+      {"refused", client.get(), {.url = "http://127.0.0.1:1/"}, HttpErrorCode::cannotConnect, "refused"},
+      {"certificate of an unknown CA", untrusting.get(), {.url = https.url("/hello", "localhost")},
+       HttpErrorCode::secureConnectionFailed},
+      {"unreadable CA file", badCaFile.get(), {.url = http.url("/hello")}, HttpErrorCode::invalidRequest},
+      {"not http", client.get(), {.url = "ftp://127.0.0.1/"}, HttpErrorCode::badUrl},
+      {"not an address", client.get(), {.url = "hello world"}, HttpErrorCode::badUrl},
+      {"header with a line break", client.get(),
+       {.url = http.url("/hello"), .headers = {{"X-Custom", "a\r\nInjected: b"}}}, HttpErrorCode::invalidRequest},
+      {"method with a blank", client.get(), {.url = http.url("/hello"), .method = "GE T"},
+       HttpErrorCode::invalidRequest},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    const Outcome outcome = fetch(row.request, *row.client);
+    EXPECT_EQ(outcome.events, std::vector<std::string>{"failure"});
+    ASSERT_TRUE(outcome.error);
+    EXPECT_EQ(outcome.error->domain, platform::kHttpErrorDomain);
+    EXPECT_EQ(outcome.error->code, static_cast<std::int64_t>(row.code));
+    const std::string description = platform::httpErrorDescription(*outcome.error);
+    EXPECT_FALSE(description.empty());
+    EXPECT_NE(description.find(row.mentions), std::string::npos) << description;
+  }
+}
+
+TEST_F(CurlHttpClientTest, AFormBodyCarriesTheFormContentTypeUnlessTheRequestSetsOne) {
+  struct Row {
+    const char* name;
+    platform::HttpHeaders headers;
+    std::string expected;
+  };
+  const Row rows[] = {
+      {"no content type of its own", {{"X-Custom", "kept"}}, "application/x-www-form-urlencoded|kept|a=1&b=%2F"},
+      {"its own content type", {{"Content-Type", "application/json"}}, "application/json||a=1&b=%2F"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    const Outcome outcome =
+        fetch({.url = http.url("/echo"), .method = "POST", .headers = row.headers, .body = "a=1&b=%2F"});
+    EXPECT_EQ(outcome.body, row.expected);
+  }
+}
+
+TEST_F(CurlHttpClientTest, GzipAnswersAreDecodedWhateverAcceptEncodingTheRequestSends) {
+  const platform::HttpHeaders rows[] = {{}, {{"Accept-Encoding", "gzip, deflate"}}};
+  for (const auto& headers : rows) {
+    SCOPED_TRACE(headers.empty() ? "the client's own list" : "the request's header");
+    const Outcome outcome = fetch({.url = http.url("/gzip"), .headers = headers});
+    ASSERT_TRUE(outcome.response);
+    EXPECT_EQ(platform::findHttpHeader(outcome.response->headers, "Content-Encoding"), "gzip");
+    if (!headers.empty()) {
+      EXPECT_EQ(platform::findHttpHeader(outcome.response->headers, "X-Accept-Encoding"), "gzip, deflate");
+    }
+    EXPECT_EQ(outcome.body, kHelloBody);
+  }
+}
+
+TEST_F(CurlHttpClientTest, ManyRequestsAtOnceAllFinish) {
+  constexpr int kCount = 12;
+  std::vector<Outcome> outcomes(kCount);
+  std::vector<std::unique_ptr<platform::HttpConnection>> connections;
+  int finished = 0;
+  for (int i = 0; i < kCount; ++i) {
+    auto handlers = recordInto(outcomes[i], *loop);
+    handlers.onFinish = [&] {
+      if (++finished == kCount) loop->quit();
+    };
+    connections.push_back(client->start({.url = (i % 2 ? https : http).url("/hello", "localhost")}, handlers));
+  }
+  ASSERT_TRUE(test::runUntilQuit(*loop));
+  for (const auto& outcome : outcomes) EXPECT_EQ(outcome.body, kHelloBody);
+}
+
+TEST_F(CurlHttpClientTest, DestroyingTheConnectionStopsTheTransferAndItsHandlers) {
+  Outcome outcome;
+  auto connection = client->start({.url = http.url("/hold")}, recordInto(outcome, *loop, /*quitOnData=*/true));
+  ASSERT_TRUE(test::runUntilQuit(*loop));
+  ASSERT_EQ(outcome.events, (std::vector<std::string>{"response", "data"}));
+
+  connection.reset();
+  EXPECT_TRUE(holding.waitUntilClientGone());
+  loop->runUntilIdle();
+  EXPECT_EQ(outcome.events, (std::vector<std::string>{"response", "data"}));
+}
+
+TEST_F(CurlHttpClientTest, AHandlerMayDestroyItsOwnConnectionAndHearsNothingMore) {
+  Outcome outcome;
+  std::unique_ptr<platform::HttpConnection> connection;
+  auto handlers = recordInto(outcome, *loop);
+  handlers.onResponse = [&](const platform::HttpResponse&) {
+    outcome.events.push_back("response");
+    connection.reset();
+    loop->quit();
+  };
+  connection = client->start({.url = http.url("/hello")}, handlers);
+  ASSERT_TRUE(test::runUntilQuit(*loop));
+  // The cancellation reaches the worker before this request, so once it finishes nothing of the
+  // first one can still be queued.
+  const Outcome later = get(http.url("/fail"));
+  EXPECT_EQ(later.events, (std::vector<std::string>{"response", "data", "finish"}));
+  EXPECT_EQ(outcome.events, std::vector<std::string>{"response"});
+}
+
+TEST_F(CurlHttpClientTest, DestroyingTheClientCancelsWhatIsRunningWithoutCallingAnyHandler) {
+  Outcome outcome;
+  auto connection = client->start({.url = http.url("/hold")}, recordInto(outcome, *loop, /*quitOnData=*/true));
+  ASSERT_TRUE(test::runUntilQuit(*loop));
+  ASSERT_EQ(outcome.events, (std::vector<std::string>{"response", "data"}));
+
+  client.reset();
+  EXPECT_TRUE(holding.waitUntilClientGone());
+  loop->runUntilIdle();
+  EXPECT_EQ(outcome.events, (std::vector<std::string>{"response", "data"}));
+  connection.reset();  // outlives its client harmlessly
+}
+
+TEST_F(CurlHttpClientTest, CookiesSetByTheServerAreSentBackAndDeletedForAUrl) {
+  const auto at = [this](const std::string& host, const std::string& path) { return https.url(path, host); };
+  ASSERT_EQ(get(at("www.signin.localhost", "/set-cookies")).body, "set");
+
+  auto& cookies = client->cookies();
+  struct Row {
+    std::string url;
+    const char* names;
+  };
+  const Row rows[] = {
+      {"https://www.signin.localhost/", "host,parent,secure"},
+      {"http://www.signin.localhost/account/x", "deep,host,parent"},
+      {"https://other.signin.localhost/", "parent,secure"},
+      {"https://signin.localhost/", "parent,secure"},
+      {"https://other.localhost/", ""},
+  };
+  for (const auto& row : rows) EXPECT_EQ(joinedNames(cookies.cookiesForUrl(row.url)), row.names) << row.url;
+  const std::string sent = get(at("www.signin.localhost", "/account/cookies")).body;
+  for (const char* pair : {"host=h", "parent=p", "deep=d", "secure=s"}) EXPECT_NE(sent.find(pair), std::string::npos) << sent;
+
+  EXPECT_EQ(cookies.deleteCookiesForUrl("https://www.signin.localhost/"), 3u);
+  EXPECT_EQ(joinedNames(cookies.cookiesForUrl("https://www.signin.localhost/account/")), "deep");
+  EXPECT_EQ(get(at("www.signin.localhost", "/account/cookies")).body, "deep=d");
+  EXPECT_EQ(get(at("other.signin.localhost", "/account/cookies")).body, "");
+  EXPECT_EQ(cookies.deleteCookiesForUrl("https://www.signin.localhost/"), 0u);
+}
+
+}  // namespace
+}  // namespace applogic
