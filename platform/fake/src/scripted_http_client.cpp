@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <deque>
+#include <map>
+#include <mutex>
+#include <utility>
 
 namespace applogic::testing {
 

@@ -1,11 +1,9 @@
 #pragma once
 
 #include <cstddef>
-#include <map>
 #include <memory>
-#include <mutex>
 #include <string>
-#include <utility>
+#include <string_view>
 #include <vector>
 
 #include "applogic/platform/http_client.h"
