@@ -463,6 +463,28 @@ TEST_F(SignInServerTest, RefreshRotatesAndAnOldTokenUsedAgainRevokesTheGrant) {
             "invalid_scope");
 }
 
+// What a client that does not share one refresh among its callers meets: the refresh token is
+// rotated exactly once, and every other use of it revokes the grant.
+TEST_F(SignInServerTest, ConcurrentRefreshesWithOneTokenRotateItOnceAndRevokeTheGrant) {
+  const Tokens tokens = signIn();
+  constexpr int kCallers = 6;
+  std::vector<std::future<int>> statuses;
+  for (int i = 0; i < kCallers; ++i) {
+    statuses.push_back(std::async(std::launch::async, [&] {
+      auto client = newClient(*server_);
+      Params params = deviceParams();
+      params.insert(params.end(), {{"grant_type", "refresh_token"}, {"client_id", kClientId},
+                                   {"refresh_token", tokens.refresh}});
+      const auto result = client->Post("/auth/o2/token", encodeList(params), "application/x-www-form-urlencoded");
+      return result ? result->status : 0;
+    }));
+  }
+  std::map<int, int> counts;
+  for (auto& status : statuses) ++counts[status.get()];
+  EXPECT_EQ(counts, (std::map<int, int>{{200, 1}, {400, kCallers - 1}}));
+  EXPECT_EQ(profile(tokens.access).error, "invalid_token");
+}
+
 TEST_F(SignInServerTest, ProfileAnswersByTokenAndScope) {
   const Tokens full = signIn("profile postal_code");
   const Tokens idOnly = signIn("profile:user_id");
