@@ -4,6 +4,8 @@
 #include <fstream>
 #include <string>
 
+#include <unistd.h>
+
 #include "signin/api_key_minting.h"
 #include "tunevo_process.h"
 
@@ -16,11 +18,17 @@ using applogic::signin::test::otherKeys;
 class ApiKeyCommandTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    dir_ = std::filesystem::path(::testing::TempDir()) / "apikey_keys";
+    // ctest runs each test in its own process, at the same time as others, and every process
+    // generates its own key pairs: a directory shared between them would mix their keys.
+    dir_ = std::filesystem::path(::testing::TempDir()) / ("apikey_keys." + std::to_string(::getpid()));
     std::filesystem::create_directories(dir_);
     std::ofstream(privatePath()) << issuerKeys().privatePem;
     std::ofstream(publicPath()) << issuerKeys().publicPem;
     std::ofstream(otherPublicPath()) << otherKeys().publicPem;
+  }
+  void TearDown() override {
+    std::error_code ignored;
+    std::filesystem::remove_all(dir_, ignored);
   }
   std::string privatePath() const { return (dir_ / "issuer.key").string(); }
   std::string publicPath() const { return (dir_ / "issuer.pub").string(); }
