@@ -69,8 +69,7 @@ struct LinuxPlatformOptions {
   std::optional<std::filesystem::path> httpCaFile;
 };
 
-/// The real Linux ports: the system clock and the POSIX locale. The only function that names
-/// the Linux types. `mainThread` is a `RunLoop` ("applogic/platform/run_loop.h") whose main
+/// The real Linux ports, configured by `options`. The only function that names the Linux types. `mainThread` is a `RunLoop` ("applogic/platform/run_loop.h") whose main
 /// thread is the calling thread; the host runs it there, and gets it typed from
 /// `makeLinuxPlatformWithRunLoop` ("applogic/platform/linux_platform.h").
 Platform makeLinuxPlatform(const LinuxPlatformOptions& options = {});
