@@ -13,6 +13,7 @@ TEST(LinuxPlatform, ProvidesEveryService) {
   ASSERT_NE(system.locale, nullptr);
   EXPECT_NE(system.httpClient, nullptr);
   EXPECT_NE(system.deviceInfo, nullptr);
+  ASSERT_NE(system.signInPresenter, nullptr);
   const auto before = std::chrono::system_clock::now();
   EXPECT_GE(system.clock->now(), before);
 }

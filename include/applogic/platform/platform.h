@@ -16,6 +16,7 @@
 #include "applogic/platform/main_thread.h"
 #include "applogic/platform/media_player.h"
 #include "applogic/platform/notification_center.h"
+#include "applogic/platform/sign_in_presenter.h"
 
 namespace applogic::platform {
 
@@ -41,6 +42,8 @@ struct Platform {
   /// Delivers its handlers through `mainThread`.
   std::shared_ptr<HttpClient> httpClient;
   std::shared_ptr<const DeviceInfo> deviceInfo;
+  /// Shows the sign-in page (browser, other apps, in-app browser, web view); main thread.
+  std::shared_ptr<SignInPresenter> signInPresenter;
 };
 
 /// Where the Linux platform's secure store keeps the sign-in client's items.
@@ -67,6 +70,9 @@ struct LinuxPlatformOptions {
   std::optional<std::filesystem::path> appManifestPath;
   /// PEM certificates the HTTP client trusts besides the system's CAs (a loopback server's CA).
   std::optional<std::filesystem::path> httpCaFile;
+  /// The program that opens the sign-in page, started with the page's address as its one
+  /// argument (a name without "/" is looked up in PATH); by default `xdg-open`.
+  std::optional<std::filesystem::path> browserCommand;
 };
 
 /// The real Linux ports, configured by `options`. The only function that names the Linux types. `mainThread` is a `RunLoop` ("applogic/platform/run_loop.h") whose main

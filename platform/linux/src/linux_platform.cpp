@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "applogic/platform/app_manifest_bundle_info.h"
+#include "applogic/platform/browser_sign_in_presenter.h"
 #include "applogic/platform/libsecret_secure_store.h"
 #include "applogic/platform/openssl_crypto.h"
 #include "applogic/platform/sqlite_secure_store.h"
@@ -43,6 +44,7 @@ LinuxPlatform makeLinuxPlatformWithRunLoop(const LinuxPlatformOptions& options) 
   platform.bundleInfo = makeAppManifestBundleInfo(options.appManifestPath.value_or(defaultAppManifestPath()));
   platform.httpClient = makeCurlHttpClient(platform.mainThread, CurlHttpOptions{options.httpCaFile});
   platform.deviceInfo = std::make_shared<LinuxDeviceInfo>();
+  platform.signInPresenter = makeBrowserSignInPresenter(options.browserCommand);
   return LinuxPlatform{std::move(platform), std::move(runLoop)};
 }
 
