@@ -11,6 +11,8 @@
 #include "tunevo/exit_codes.h"
 #include "tunevo/parse.h"
 #include "tunevo/play.h"
+#include "tunevo/redirect_socket.h"
+#include "tunevo/url_handler.h"
 
 namespace {
 
@@ -32,6 +34,8 @@ constexpr Command kCommands[] = {
     {"play", "URL|FILE", "play a track preview; Enter pauses, Ctrl-C stops", &tunevo::runPlay},
     {"apikey", "mint|inspect", "issue an API key, or check one as the sign-in client does", &tunevo::runApiKeyCommand},
     {"emulator", "signin [OPTIONS]", "run the local sign-in server until Ctrl-C", &tunevo::runEmulator},
+    {"url-handler", "install|remove", "register tunevo for the app's sign-in redirect scheme", &tunevo::runUrlHandler},
+    {"handle-url", "URL", "hand a sign-in redirect to the waiting tunevo", &tunevo::runHandleUrl},
 };
 
 void printUsage(std::ostream& out) {

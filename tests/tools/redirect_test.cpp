@@ -1,0 +1,149 @@
+// The sign-in redirect on Linux: the desktop entry `tunevo url-handler install` writes, and the
+// hand-in of a URL from the `tunevo handle-url` process to a listener in this process.
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "applogic/testing/manual_main_thread.h"
+#include "tools/tunevo_process.h"
+#include "tunevo/redirect_socket.h"
+#include "tunevo/url_handler.h"
+
+namespace tunevo::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+// Points an environment variable at a directory of this test for the test's length.
+class ScopedDirectoryVariable {
+ public:
+  ScopedDirectoryVariable(const char* name, const std::string& leaf) : name_(name) {
+    if (const char* old = std::getenv(name)) old_ = old;
+    dir_ = fs::path(::testing::TempDir()) / (leaf + "_" + std::to_string(::getpid()));
+    fs::remove_all(dir_);
+    fs::create_directories(dir_);
+    ::setenv(name, dir_.c_str(), 1);
+  }
+  ~ScopedDirectoryVariable() {
+    if (old_) ::setenv(name_, old_->c_str(), 1);
+    else ::unsetenv(name_);
+    fs::remove_all(dir_);
+  }
+  const fs::path& dir() const { return dir_; }
+
+ private:
+  const char* name_;
+  std::optional<std::string> old_;
+  fs::path dir_;
+};
+
+struct ListenerFixture : ::testing::Test {
+  ScopedDirectoryVariable runtime{"XDG_RUNTIME_DIR", "runtime"};
+  std::shared_ptr<applogic::testing::ManualMainThread> mainThread = std::make_shared<applogic::testing::ManualMainThread>();
+  std::vector<std::string> received;
+  fs::path socketPath() {
+    std::string error;
+    auto path = redirectSocketPath(&error);
+    EXPECT_TRUE(path) << error;
+    return path.value_or(fs::path());
+  }
+  std::unique_ptr<RedirectListener> listen(std::string* error) {
+    return RedirectListener::start(socketPath(), mainThread, [this](const std::string& url) { received.push_back(url); },
+                                   error);
+  }
+};
+
+TEST_F(ListenerFixture, HandsTheUrlFromTheHandleUrlProcessToTheMainThread) {
+  std::string error;
+  const auto listener = listen(&error);
+  ASSERT_NE(listener, nullptr) << error;
+  struct stat info {};
+  ASSERT_EQ(::stat(socketPath().parent_path().c_str(), &info), 0);
+  EXPECT_EQ(info.st_mode & 0777, 0700u);
+
+  const std::string url = "amzn-app.tunevo.desktop://?methodName=signin&code=ANcode&state=E621E1F8-C36C";
+  const Outcome run = runTunevo("handle-url '" + url + "'");
+  EXPECT_EQ(run.status, 0) << run.err;
+  // Queued for the main thread, not delivered on the listener's own thread.
+  EXPECT_TRUE(received.empty());
+  mainThread->runPending();
+  EXPECT_EQ(received, std::vector<std::string>{url});
+}
+
+TEST_F(ListenerFixture, RefusesWhenNoTunevoIsWaiting) {
+  const Outcome never = runTunevo("handle-url 'amzn-x://?methodName=signin'");
+  EXPECT_EQ(never.status, 69);
+  EXPECT_NE(never.err.find("no tunevo is waiting"), std::string::npos) << never.err;
+
+  std::string error;
+  listen(&error).reset();  // a listener that has gone leaves nothing to connect to
+  const Outcome gone = runTunevo("handle-url 'amzn-x://?methodName=signin'");
+  EXPECT_EQ(gone.status, 69);
+  EXPECT_NE(gone.err.find("no tunevo is waiting"), std::string::npos) << gone.err;
+}
+
+TEST_F(ListenerFixture, DropsWhatArrivesAfterTheListenerWentAndKeepsOneListenerPerUser) {
+  std::string error;
+  auto listener = listen(&error);
+  ASSERT_NE(listener, nullptr) << error;
+  EXPECT_EQ(listen(&error), nullptr);
+  EXPECT_NE(error.find("already waiting"), std::string::npos) << error;
+
+  ASSERT_EQ(handInRedirect(socketPath(), "amzn-x://late", &error), HandInResult::delivered) << error;
+  listener.reset();
+  mainThread->runPending();
+  EXPECT_TRUE(received.empty());
+}
+
+TEST_F(ListenerFixture, RefusesADirectoryOthersCanEnter) {
+  fs::create_directories(socketPath().parent_path());
+  ::chmod(socketPath().parent_path().c_str(), 0755);
+  std::string error;
+  EXPECT_EQ(listen(&error), nullptr);
+  EXPECT_NE(error.find("mode 0700"), std::string::npos) << error;
+}
+
+TEST(UrlHandler, InstallsAndRemovesTheDesktopEntryForTheAppScheme) {
+  const ScopedDirectoryVariable data("XDG_DATA_HOME", "data");
+  const ScopedDirectoryVariable config("XDG_CONFIG_HOME", "config");  // where xdg-mime would write
+  const Outcome install = runTunevo("url-handler install --bundle-id app.tunevo.Desktop");
+  ASSERT_EQ(install.status, 0) << install.err;
+  const fs::path entry = data.dir() / "applications" / "tunevo-amzn-app.tunevo.Desktop.desktop";
+  EXPECT_EQ(readAll(entry),
+            "[Desktop Entry]\n"
+            "Type=Application\n"
+            "Name=tunevo sign-in redirect\n"
+            "Comment=Hands the sign-in answer for amzn-app.tunevo.Desktop to the waiting tunevo\n"
+            "Exec=\"" + fs::canonical(TUNEVO_EXECUTABLE).string() + "\" handle-url %u\n"
+            "Terminal=false\n"
+            "NoDisplay=true\n"
+            "MimeType=x-scheme-handler/amzn-app.tunevo.desktop;\n");
+
+  const Outcome remove = runTunevo("url-handler remove --bundle-id app.tunevo.Desktop");
+  EXPECT_EQ(remove.status, 0) << remove.err;
+  EXPECT_FALSE(fs::exists(entry));
+}
+
+TEST(UrlHandler, QuotesTheProgramPathAndRefusesBundleIdsThatAreNoScheme) {
+  const std::string entry = urlHandlerDesktopEntry("amzn-a", "/opt/my \"app\"/$HOME\\tunevo");
+  EXPECT_NE(entry.find("Exec=\"/opt/my \\\\\"app\\\\\"/\\\\$HOME\\\\\\\\tunevo\" handle-url %u\n"), std::string::npos)
+      << entry;
+  EXPECT_EQ(appUrlScheme("app.tunevo.desktop"), "amzn-app.tunevo.desktop");
+  for (const char* bad : {"", "app tunevo", "app;rm", "app/x", "äpp"}) {
+    EXPECT_EQ(appUrlScheme(bad), std::nullopt) << bad;
+  }
+  const Outcome refused = runTunevo("url-handler install --bundle-id 'a b'");
+  EXPECT_EQ(refused.status, 65);
+}
+
+}  // namespace
+}  // namespace tunevo::test
