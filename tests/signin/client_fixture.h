@@ -1,0 +1,93 @@
+#pragma once
+
+// A sign-in client over the doubles: a fixed device, a bundle with a verified API key whose
+// sign-in page and token endpoint are `authz` and `tokenExchange`, an in-memory store, a manual
+// clock, seeded randomness with the real crypto, and a scripted HTTP client on a manual main thread.
+
+#include <memory>
+#include <string>
+
+#include "applogic/platform/openssl_crypto.h"
+#include "applogic/signin/client/ai_app_identifier.h"
+#include "applogic/signin/client/ai_call_context.h"
+#include "applogic/signin/client/ai_client_services.h"
+#include "applogic/signin/client/ai_spop.h"
+#include "applogic/testing/bundle_values.h"
+#include "applogic/testing/fixed_device_info.h"
+#include "applogic/testing/in_memory_secure_store.h"
+#include "applogic/testing/manual_clock.h"
+#include "applogic/testing/manual_main_thread.h"
+#include "applogic/testing/scripted_http_client.h"
+#include "applogic/testing/seeded_random.h"
+#include "signin/api_key_minting.h"
+
+namespace applogic::signin::test {
+
+inline constexpr const char* kPackage = "com.tunevo.app";
+inline constexpr const char* kClientId = "amzn1.application-oa2-client.tunevo";
+inline constexpr const char* kRedirect = "amzn-com.tunevo.app://?methodName=signin";
+// Base64 of {"bundleID":"com.tunevo.app"}, its "=" escaped.
+inline constexpr const char* kAppId = "eyJidW5kbGVJRCI6ImNvbS50dW5ldm8uYXBwIn0%3D";
+
+inline std::string apiKeyFor(const std::string& authz, const std::string& tokenExchange,
+                             const std::string& clientId = kClientId) {
+  return mint(R"({"ver":"3","appFamilyId":"amzn1.family","bundleSeedId":"com.tunevo.app","scopes":["profile"],)"
+              R"("perm":[],"clientId":")" +
+              clientId + R"(","appVariantId":"v","endpoints":{"authz":")" + authz + R"(","tokenExchange":")" +
+              tokenExchange + R"("}})");
+}
+
+class ClientFixture {
+ public:
+  explicit ClientFixture(std::string authz = "https://signin.test/ap/oa",
+                         std::string tokenExchange = "https://api.test/auth/o2/token")
+      : authz_(std::move(authz)), tokenExchange_(std::move(tokenExchange)) {
+    AIAppIdentifier::resetSharedInstance();
+    AISPOP::resetSharedInstance();
+    bundle->set("APIKey", apiKeyFor(authz_, tokenExchange_));
+    platform.clock = clock;
+    platform.crypto = platform::makeOpenSslCrypto();
+    platform.secureRandom = random;
+    platform.bundleInfo = bundle;
+    platform.deviceInfo = device;
+    platform.secureStore = store;
+    platform.mainThread = mainThread;
+    platform.httpClient = http;
+    configuration.apiKeyPublicKey = issuerKeys().publicPem;
+    configuration.profileEndpointUrl = "https://api.test/user/profile";
+    configuration.sandboxProfileEndpointUrl = "https://api.sandbox.test/user/profile";
+    configuration.integrationProfileEndpointUrl = "https://api.integ.test/user/profile";
+    configuration.integrationSandboxProfileEndpointUrl = "https://api.sandbox.integ.test/user/profile";
+  }
+  ~ClientFixture() {
+    AIAppIdentifier::resetSharedInstance();
+    AISPOP::resetSharedInstance();
+  }
+
+  std::shared_ptr<const AIClientServices> services() const {
+    return std::make_shared<AIClientServices>(platform, configuration);
+  }
+
+  static std::shared_ptr<AICallContext> context(AICallMethod method, std::vector<std::string> scopes = {"profile"},
+                                                JsonObject options = {},
+                                                std::shared_ptr<AIAuthenticationDelegate> delegate = nullptr,
+                                                std::string uid = "3F2504E0-4F89-41D3-9A0C-0305E82C3301") {
+    return std::make_shared<AICallContext>(method, std::move(delegate), JsonObject{}, std::move(options), nullptr,
+                                           std::move(scopes), std::move(uid));
+  }
+
+  std::string authz_;
+  std::string tokenExchange_;
+  std::shared_ptr<testing::ManualClock> clock = std::make_shared<testing::ManualClock>();
+  std::shared_ptr<testing::SeededRandom> random = std::make_shared<testing::SeededRandom>();
+  std::shared_ptr<testing::BundleValues> bundle = std::make_shared<testing::BundleValues>(kPackage);
+  std::shared_ptr<testing::FixedDeviceInfo> device =
+      std::make_shared<testing::FixedDeviceInfo>("ThinkPad X1", "Linux", "6.1.0-18-amd64");
+  std::shared_ptr<testing::InMemorySecureStore> store = std::make_shared<testing::InMemorySecureStore>();
+  std::shared_ptr<testing::ManualMainThread> mainThread = std::make_shared<testing::ManualMainThread>();
+  std::shared_ptr<testing::ScriptedHttpClient> http = std::make_shared<testing::ScriptedHttpClient>(mainThread);
+  platform::Platform platform;
+  ClientConfiguration configuration;
+};
+
+}  // namespace applogic::signin::test
