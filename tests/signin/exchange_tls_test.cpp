@@ -245,5 +245,26 @@ TEST_F(ExchangeOverTlsTest, ProfileRefusedTokenIsRefreshedOnceAndTheCallRepeated
   EXPECT_TRUE(static_cast<AIRefreshToken&>(*stored(kTokenTypeRefreshToken)).scopes().empty());
 }
 
+TEST_F(ExchangeOverTlsTest, AHundredCallersDuringOneRefreshSendOneRequest) {
+  ASSERT_NO_FATAL_FAILURE(exchangeCode());
+  const std::size_t before = server_->requests().size();
+  // The refresh is held at the server until every caller has asked; a second refresh with the
+  // rotated-away token would revoke the grant.
+  server_->injectDelay(emulator::Endpoint::token, std::chrono::milliseconds(300));
+  std::vector<std::shared_ptr<QuittingDelegate>> delegates;
+  for (int i = 0; i < 100; ++i) {
+    delegates.push_back(std::make_shared<QuittingDelegate>(*loop_));
+    refresher_->getAccessToken(context(AICallMethod::getAccessToken, delegates.back()));
+  }
+  ASSERT_TRUE(runUntilQuit(*loop_));
+  loop_->runUntilIdle();
+  EXPECT_EQ(server_->requests().size() - before, 1u);
+  const auto token = stored(kTokenTypeAccessToken)->token();
+  for (const auto& delegate : delegates) {
+    ASSERT_EQ(delegate->successes.size(), 1u);
+    EXPECT_EQ(delegate->successes[0].resultString(), token);
+  }
+}
+
 }  // namespace
 }  // namespace applogic::signin
