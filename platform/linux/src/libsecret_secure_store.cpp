@@ -15,6 +15,8 @@
 #include <utility>
 #include <vector>
 
+#include "secure_item_text.h"
+
 namespace applogic::platform {
 namespace {
 
@@ -50,34 +52,10 @@ bool inSchema(std::string_view name) {
   return false;
 }
 
-std::string_view classText(SecureItemClass itemClass) {
-  switch (itemClass) {
-    case SecureItemClass::genericPassword:
-      return "genp";
-  }
-  return "";
-}
-
-std::optional<SecureItemClass> classFromText(std::string_view text) {
-  if (text == "genp") return SecureItemClass::genericPassword;
-  return std::nullopt;
-}
-
-std::string_view accessibleText(SecureItemAccessible accessible) {
-  switch (accessible) {
-    case SecureItemAccessible::afterFirstUnlock:
-      return "afterFirstUnlock";
-    case SecureItemAccessible::whenUnlocked:
-      return "whenUnlocked";
-  }
-  return "";
-}
-
-std::optional<SecureItemAccessible> accessibleFromText(std::string_view text) {
-  if (text == "afterFirstUnlock") return SecureItemAccessible::afterFirstUnlock;
-  if (text == "whenUnlocked") return SecureItemAccessible::whenUnlocked;
-  return std::nullopt;
-}
+using detail::accessibleFromText;
+using detail::accessibleText;
+using detail::classFromText;
+using detail::classText;
 
 // The keychain statuses closest to what went wrong. Whatever says "the keyring cannot be
 // reached" (no bus, no daemon, a daemon that does not answer) is kNotAvailable, which also

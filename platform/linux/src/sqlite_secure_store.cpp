@@ -12,6 +12,8 @@
 #include <system_error>
 #include <utility>
 
+#include "secure_item_text.h"
+
 namespace applogic::platform {
 namespace {
 
@@ -28,34 +30,10 @@ constexpr const char kSchema[] =
     " data BLOB NOT NULL,"
     " UNIQUE (class, service))";
 
-std::string_view classText(SecureItemClass itemClass) {
-  switch (itemClass) {
-    case SecureItemClass::genericPassword:
-      return "genp";
-  }
-  return "";
-}
-
-std::optional<SecureItemClass> classFromText(std::string_view text) {
-  if (text == "genp") return SecureItemClass::genericPassword;
-  return std::nullopt;
-}
-
-std::string_view accessibleText(SecureItemAccessible accessible) {
-  switch (accessible) {
-    case SecureItemAccessible::afterFirstUnlock:
-      return "afterFirstUnlock";
-    case SecureItemAccessible::whenUnlocked:
-      return "whenUnlocked";
-  }
-  return "";
-}
-
-std::optional<SecureItemAccessible> accessibleFromText(std::string_view text) {
-  if (text == "afterFirstUnlock") return SecureItemAccessible::afterFirstUnlock;
-  if (text == "whenUnlocked") return SecureItemAccessible::whenUnlocked;
-  return std::nullopt;
-}
+using detail::accessibleFromText;
+using detail::accessibleText;
+using detail::classFromText;
+using detail::classText;
 
 SecureStoreStatus statusOf(int sqliteResult) {
   switch (sqliteResult & 0xff) {

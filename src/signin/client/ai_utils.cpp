@@ -153,28 +153,9 @@ std::map<std::string, std::string> AIUtils::getKeyValueDictionaryParseString(std
 }
 
 std::string AIUtils::base64URLEncode(std::span<const std::uint8_t> bytes) {
-  // Writing the URL-safe alphabet directly and stopping before the padding is the same as
-  // encoding with the standard one and then replacing and removing characters.
-  constexpr std::string_view kAlphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
-  std::string out;
-  out.reserve((bytes.size() * 4 + 2) / 3);
-  std::size_t i = 0;
-  for (; i + 3 <= bytes.size(); i += 3) {
-    const std::uint32_t n = (std::uint32_t{bytes[i]} << 16) | (std::uint32_t{bytes[i + 1]} << 8) | bytes[i + 2];
-    out += kAlphabet[(n >> 18) & 63];
-    out += kAlphabet[(n >> 12) & 63];
-    out += kAlphabet[(n >> 6) & 63];
-    out += kAlphabet[n & 63];
-  }
-  const std::size_t rest = bytes.size() - i;
-  if (rest > 0) {
-    std::uint32_t n = std::uint32_t{bytes[i]} << 16;
-    if (rest == 2) n |= std::uint32_t{bytes[i + 1]} << 8;
-    out += kAlphabet[(n >> 18) & 63];
-    out += kAlphabet[(n >> 12) & 63];
-    if (rest == 2) out += kAlphabet[(n >> 6) & 63];
-  }
-  return out;
+  // Encoding with the URL-safe alphabet and no padding is the same as encoding with the standard
+  // one, then replacing "+" and "/" and removing "=".
+  return base64::encodeUrl(bytes);
 }
 
 }  // namespace applogic::signin

@@ -28,63 +28,43 @@ void appendGroup(std::vector<std::uint8_t>& out, const std::uint8_t* sextets, st
   if (count > 3) out.push_back(static_cast<std::uint8_t>(n));
 }
 
-}  // namespace
-
-std::string encode(std::span<const std::uint8_t> bytes) {
+// Both alphabets share the grouping; only the characters and the padding differ.
+std::string encodeWith(std::span<const std::uint8_t> bytes, std::string_view alphabet, bool pad) {
   std::string out;
   out.reserve((bytes.size() + 2) / 3 * 4);
   std::size_t i = 0;
   for (; i + 3 <= bytes.size(); i += 3) {
     const std::uint32_t n = (std::uint32_t{bytes[i]} << 16) | (std::uint32_t{bytes[i + 1]} << 8) | bytes[i + 2];
-    out += kAlphabet[(n >> 18) & 63];
-    out += kAlphabet[(n >> 12) & 63];
-    out += kAlphabet[(n >> 6) & 63];
-    out += kAlphabet[n & 63];
+    out += alphabet[(n >> 18) & 63];
+    out += alphabet[(n >> 12) & 63];
+    out += alphabet[(n >> 6) & 63];
+    out += alphabet[n & 63];
   }
   const std::size_t rest = bytes.size() - i;
   if (rest > 0) {
     std::uint32_t n = std::uint32_t{bytes[i]} << 16;
     if (rest == 2) n |= std::uint32_t{bytes[i + 1]} << 8;
-    out += kAlphabet[(n >> 18) & 63];
-    out += kAlphabet[(n >> 12) & 63];
-    out += rest == 2 ? kAlphabet[(n >> 6) & 63] : '=';
-    out += '=';
+    out += alphabet[(n >> 18) & 63];
+    out += alphabet[(n >> 12) & 63];
+    if (rest == 2) out += alphabet[(n >> 6) & 63];
+    if (pad) out.append(rest == 2 ? 1 : 2, '=');
   }
   return out;
 }
 
-std::optional<std::vector<std::uint8_t>> decode(std::string_view text) {
-  if (text.size() % 4 != 0) return std::nullopt;
-  std::size_t padding = 0;
-  while (padding < 2 && padding < text.size() && text[text.size() - 1 - padding] == '=') ++padding;
-  const std::string_view data = text.substr(0, text.size() - padding);
-  std::vector<std::uint8_t> out;
-  out.reserve(data.size() / 4 * 3 + 2);
-  std::array<std::uint8_t, 4> group{};
-  std::size_t filled = 0;
-  for (const char c : data) {
-    const std::uint8_t value = valueOf(c);
-    if (value == kNotInAlphabet) return std::nullopt;
-    group[filled++] = value;
-    if (filled == 4) {
-      appendGroup(out, group.data(), 4);
-      filled = 0;
-    }
-  }
-  // With a length that is a multiple of 4 and at most two "=", the last group holds 2 or 3
-  // characters (or none).
-  if (filled > 0) appendGroup(out, group.data(), filled);
-  return out;
-}
-
-std::vector<std::uint8_t> decodeIgnoringUnknownCharacters(std::string_view text) {
+// Decodes the alphabet characters of `text` as one stream. A character outside the alphabet
+// ends the decoding (absent) unless `skipUnknown`; a last lone character is dropped.
+std::optional<std::vector<std::uint8_t>> decodeStream(std::string_view text, bool skipUnknown) {
   std::vector<std::uint8_t> out;
   out.reserve(text.size() / 4 * 3 + 2);
   std::array<std::uint8_t, 4> group{};
   std::size_t filled = 0;
   for (const char c : text) {
     const std::uint8_t value = valueOf(c);
-    if (value == kNotInAlphabet) continue;
+    if (value == kNotInAlphabet) {
+      if (skipUnknown) continue;
+      return std::nullopt;
+    }
     group[filled++] = value;
     if (filled == 4) {
       appendGroup(out, group.data(), 4);
@@ -93,6 +73,27 @@ std::vector<std::uint8_t> decodeIgnoringUnknownCharacters(std::string_view text)
   }
   if (filled >= 2) appendGroup(out, group.data(), filled);
   return out;
+}
+
+}  // namespace
+
+std::string encode(std::span<const std::uint8_t> bytes) { return encodeWith(bytes, kAlphabet, true); }
+
+std::string encodeUrl(std::span<const std::uint8_t> bytes) {
+  return encodeWith(bytes, "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_", false);
+}
+
+std::optional<std::vector<std::uint8_t>> decode(std::string_view text) {
+  if (text.size() % 4 != 0) return std::nullopt;
+  std::size_t padding = 0;
+  while (padding < 2 && padding < text.size() && text[text.size() - 1 - padding] == '=') ++padding;
+  // With a length that is a multiple of 4 and at most two "=", the last group holds 2 or 3
+  // characters (or none), so nothing is dropped at the end.
+  return decodeStream(text.substr(0, text.size() - padding), false);
+}
+
+std::vector<std::uint8_t> decodeIgnoringUnknownCharacters(std::string_view text) {
+  return *decodeStream(text, true);
 }
 
 }  // namespace applogic::signin::base64

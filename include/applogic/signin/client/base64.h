@@ -14,6 +14,9 @@ namespace applogic::signin::base64 {
 /// With "=" padding and no line breaks.
 std::string encode(std::span<const std::uint8_t> bytes);
 
+/// The URL-safe alphabet ("-_" for "+/", RFC 4648 section 5), without padding.
+std::string encodeUrl(std::span<const std::uint8_t> bytes);
+
 /// Strict decoding: only alphabet characters, a length that is a multiple of 4, at most two
 /// "=" and only at the end. Absent for anything else (bits left over in the last character are
 /// not checked).
