@@ -56,7 +56,9 @@ constexpr const char* kVersion3 =
 
 struct KeyRow {
   const char* name;
-  std::string key;
+  // Made when the test runs: gtest builds every row in every test process, and minting needs
+  // the test key pairs, whose generation is the slowest step of the program.
+  std::string (*key)();
   AIAPIKeyProblem problem;
 };
 
@@ -64,10 +66,11 @@ class APIKeyCheckTest : public ::testing::TestWithParam<KeyRow> {};
 
 TEST_P(APIKeyCheckTest, ReportsTheFirstProblem) {
   const auto helper = helperFor(platform::makeOpenSslCrypto());
-  const AIAPIKeyCheck check = helper.checkAPIKey(GetParam().key, kPackage);
+  const std::string key = GetParam().key();
+  const AIAPIKeyCheck check = helper.checkAPIKey(key, kPackage);
   EXPECT_EQ(check.problem, GetParam().problem) << describe(check.problem);
   EXPECT_EQ(check.appInfo.has_value(), GetParam().problem == AIAPIKeyProblem::none);
-  EXPECT_EQ(helper.verifyAPIKey(GetParam().key, kPackage), check.appInfo);
+  EXPECT_EQ(helper.verifyAPIKey(key, kPackage), check.appInfo);
 }
 
 std::string withPayloadByteChanged(std::string key) {
@@ -79,25 +82,25 @@ std::string withPayloadByteChanged(std::string key) {
 INSTANTIATE_TEST_SUITE_P(
     Keys, APIKeyCheckTest,
     ::testing::Values(
-        KeyRow{"Version3", mint(kVersion3), AIAPIKeyProblem::none},
-        KeyRow{"Version2", mint(R"({"ver":"2","appId":"amzn1.app","bundleSeedId":"com.tunevo.app"})"),
+        KeyRow{"Version3", []() -> std::string { return mint(kVersion3); }, AIAPIKeyProblem::none},
+        KeyRow{"Version2", []() -> std::string { return mint(R"({"ver":"2","appId":"amzn1.app","bundleSeedId":"com.tunevo.app"})"); },
                AIAPIKeyProblem::none},
-        KeyRow{"ExtraPartsAreNotRead", mint(kVersion3) + ".more", AIAPIKeyProblem::none},
-        KeyRow{"TwoParts", "eyJhbGciOiJSUzI1NiJ9.eyJ2ZXIiOiIzIn0", AIAPIKeyProblem::tooFewParts},
-        KeyRow{"Empty", "", AIAPIKeyProblem::tooFewParts},
-        KeyRow{"TamperedPayload", withPayloadByteChanged(mint(kVersion3)), AIAPIKeyProblem::badSignature},
-        KeyRow{"SignedByAnotherKey", mint(kVersion3, test::otherKeys()), AIAPIKeyProblem::badSignature},
-        KeyRow{"SignatureNotBase64", test::base64Of(R"({"alg":"RS256"})") + ".e30=.!!!!", AIAPIKeyProblem::badSignature},
-        KeyRow{"PayloadNotBase64", mintWithPayloadPart("e30!"), AIAPIKeyProblem::badBase64},
-        KeyRow{"PayloadUnpadded", mintWithPayloadPart("e30"), AIAPIKeyProblem::badBase64},
-        KeyRow{"PayloadNotJson", mint("ver=3"), AIAPIKeyProblem::notJson},
-        KeyRow{"PayloadAnArray", mint(R"(["ver","3"])"), AIAPIKeyProblem::notJson},
-        KeyRow{"PayloadNotUtf8", mint("{\"ver\":\"3\xff\"}"), AIAPIKeyProblem::notJson},
-        KeyRow{"VersionFour", mint(R"({"ver":"4","bundleSeedId":"com.tunevo.app"})"), AIAPIKeyProblem::unknownVersion},
-        KeyRow{"VersionAsNumber", mint(R"({"ver":3,"bundleSeedId":"com.tunevo.app"})"), AIAPIKeyProblem::unknownVersion},
-        KeyRow{"NoVersion", mint(R"({"bundleSeedId":"com.tunevo.app"})"), AIAPIKeyProblem::unknownVersion},
-        KeyRow{"AnotherPackage", mint(R"({"ver":"3","bundleSeedId":"com.other.app"})"), AIAPIKeyProblem::otherPackage},
-        KeyRow{"NoPackage", mint(R"({"ver":"2","appId":"amzn1.app"})"), AIAPIKeyProblem::otherPackage}),
+        KeyRow{"ExtraPartsAreNotRead", []() -> std::string { return mint(kVersion3) + ".more"; }, AIAPIKeyProblem::none},
+        KeyRow{"TwoParts", []() -> std::string { return "eyJhbGciOiJSUzI1NiJ9.eyJ2ZXIiOiIzIn0"; }, AIAPIKeyProblem::tooFewParts},
+        KeyRow{"Empty", []() -> std::string { return ""; }, AIAPIKeyProblem::tooFewParts},
+        KeyRow{"TamperedPayload", []() -> std::string { return withPayloadByteChanged(mint(kVersion3)); }, AIAPIKeyProblem::badSignature},
+        KeyRow{"SignedByAnotherKey", []() -> std::string { return mint(kVersion3, test::otherKeys()); }, AIAPIKeyProblem::badSignature},
+        KeyRow{"SignatureNotBase64", []() -> std::string { return test::base64Of(R"({"alg":"RS256"})") + ".e30=.!!!!"; }, AIAPIKeyProblem::badSignature},
+        KeyRow{"PayloadNotBase64", []() -> std::string { return mintWithPayloadPart("e30!"); }, AIAPIKeyProblem::badBase64},
+        KeyRow{"PayloadUnpadded", []() -> std::string { return mintWithPayloadPart("e30"); }, AIAPIKeyProblem::badBase64},
+        KeyRow{"PayloadNotJson", []() -> std::string { return mint("ver=3"); }, AIAPIKeyProblem::notJson},
+        KeyRow{"PayloadAnArray", []() -> std::string { return mint(R"(["ver","3"])"); }, AIAPIKeyProblem::notJson},
+        KeyRow{"PayloadNotUtf8", []() -> std::string { return mint("{\"ver\":\"3\xff\"}"); }, AIAPIKeyProblem::notJson},
+        KeyRow{"VersionFour", []() -> std::string { return mint(R"({"ver":"4","bundleSeedId":"com.tunevo.app"})"); }, AIAPIKeyProblem::unknownVersion},
+        KeyRow{"VersionAsNumber", []() -> std::string { return mint(R"({"ver":3,"bundleSeedId":"com.tunevo.app"})"); }, AIAPIKeyProblem::unknownVersion},
+        KeyRow{"NoVersion", []() -> std::string { return mint(R"({"bundleSeedId":"com.tunevo.app"})"); }, AIAPIKeyProblem::unknownVersion},
+        KeyRow{"AnotherPackage", []() -> std::string { return mint(R"({"ver":"3","bundleSeedId":"com.other.app"})"); }, AIAPIKeyProblem::otherPackage},
+        KeyRow{"NoPackage", []() -> std::string { return mint(R"({"ver":"2","appId":"amzn1.app"})"); }, AIAPIKeyProblem::otherPackage}),
     [](const auto& row) { return std::string(row.param.name); });
 
 TEST(APIKeyHelperTest, PayloadsBecomeAppInformation) {
