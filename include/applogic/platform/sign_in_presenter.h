@@ -41,8 +41,9 @@ class SignInPresenter {
   virtual bool webViewAvailable() const = 0;
 
   /// Shows `url` in the embedded web view. When a load or a redirect of the view leads to an
-  /// address that begins with `returnToURL`, the view does not load it: it calls `onReturn` with
-  /// the whole address, once per such address. Returns false when there is no web view.
+  /// address of the same scheme as `returnToURL` (compared without letter case; the app's own
+  /// scheme, which no web page can show), the view does not load it: it calls `onReturn` with the
+  /// whole address, once per such address. Returns false when there is no web view.
   virtual bool presentWebView(const std::string& url, const std::string& returnToURL,
                               std::function<void(const std::string& url)> onReturn) = 0;
 

@@ -71,7 +71,7 @@ void ScriptedSignInPresenter::cancel() {
 }
 
 bool ScriptedSignInPresenter::navigateWebView(const std::string& url) {
-  if (!onReturn_ || url.rfind(returnToURL_, 0) != 0) return false;
+  if (!onReturn_ || lowerScheme(url).empty() || lowerScheme(url) != lowerScheme(returnToURL_)) return false;
   auto handler = onReturn_;  // the handler may dismiss the view, which drops onReturn_
   handler(url);
   return true;

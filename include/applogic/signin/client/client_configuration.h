@@ -32,6 +32,11 @@ struct ClientConfiguration {
   /// The cookie domain of the sign-in site; signing out deletes the cookies of its secure
   /// "www" host ("https://www." followed by the domain).
   std::string cookieDomain = "amazon.com";
+
+  /// The scheme of the Amazon shopping app's single sign-on, to which the sign-in page's address
+  /// is appended when the sign-in view mode tries that app. The app's own value is not published
+  /// to us; this default only has to be a scheme no other app claims.
+  std::string singleSignOnScheme = "amazon-sso://";
 };
 
 }  // namespace applogic::signin

@@ -53,7 +53,7 @@ class ScriptedSignInPresenter final : public platform::SignInPresenter {
   /// The user closes the shown view: it goes away and the cancel handler runs (when set).
   void cancel();
   /// The shown web view reached `url`: its return handler runs. False when no web view is shown
-  /// or `url` does not begin with the address it returns to.
+  /// or `url` is not of the scheme of the address it returns to.
   bool navigateWebView(const std::string& url);
 
  private:
