@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "applogic/testing/scripted_sign_in_presenter.h"
+#include "signin/client_fixture.h"
 
 namespace applogic::signin {
 namespace {
@@ -207,6 +208,99 @@ TEST(AIWebViewSignInStrategy, TitlesPagesByTheirPath) {
                          Row{"/ap/oa", std::nullopt}, Row{"", std::nullopt}}) {
     EXPECT_EQ(AIWebViewSignInStrategy::titleForPagePath(row.path), row.title) << row.path;
   }
+}
+
+}  // namespace
+}  // namespace applogic::signin
+
+namespace applogic::signin {
+namespace {
+
+using testing::ScriptedSignInPresenter;
+
+struct ClientHarness {
+  test::ClientFixture f;
+  std::shared_ptr<ScriptedSignInPresenter> presenter = std::make_shared<ScriptedSignInPresenter>();
+  AIOpenIdRequestStates states;
+  std::vector<std::shared_ptr<AICallContext>> ended;
+  std::unique_ptr<AISignInViewManager> manager;
+
+  ClientHarness() {
+    f.platform.signInPresenter = presenter;
+    manager = std::make_unique<AISignInViewManager>(f.services(), &states, [](const std::string&) {});
+    manager->setOnSignInCancelled([this](const std::shared_ptr<AICallContext>& c) { ended.push_back(c); });
+  }
+  std::shared_ptr<AISPOP> spop() const { return AISPOP::spop(f.platform.secureRandom, f.platform.crypto); }
+};
+
+TEST(AISignInViewManagerClient, TheAddressCarriesTheStateAndAFreshChallenge) {
+  ClientHarness h;
+  const auto context = test::ClientFixture::context(AICallMethod::authorizeUser);
+  const auto first = h.manager->buildURLString(context, false);
+  ASSERT_TRUE(first) << context->error().message();
+  const std::string firstVerifier = h.spop()->spopKey().value_or("");
+  const auto params = AIUtils::getKeyValueDictionaryParseString(*first);
+  EXPECT_EQ(first->rfind("https://signin.test/ap/oa?", 0), 0u) << *first;
+  EXPECT_EQ(params.at("state"), context->UID());
+  EXPECT_EQ(params.at("redirect_uri"), test::kRedirect);
+  EXPECT_EQ(params.at("code_challenge"), h.spop()->getSHA256HashStringFrom(firstVerifier));
+  EXPECT_EQ(params.at("code_challenge_method"), "S256");
+  EXPECT_EQ(params.count("sso.version"), 0u);
+  EXPECT_EQ(h.states.at(context->UID()), context);
+  ASSERT_NE(h.manager->request(), nullptr);
+  EXPECT_EQ(h.manager->request()->mParams().at("code_challenge"), params.at("code_challenge"));
+
+  const auto sso = h.manager->buildURLString(context, true);
+  ASSERT_TRUE(sso);
+  EXPECT_NE(h.spop()->spopKey(), firstVerifier);  // every address gets its own verifier
+  EXPECT_EQ(AIUtils::getKeyValueDictionaryParseString(*sso).at("sso.version"), "2.0");
+}
+
+TEST(AISignInViewManagerClient, AnAppThatKeepsItsVerifierSendsItsOwnChallenge) {
+  ClientHarness h;
+  JsonObject options;
+  options["return_authorization_code"] = true;
+  options["code_challenge"] = "app-challenge";
+  options["code_challenge_method"] = "plain";
+  const auto context = test::ClientFixture::context(AICallMethod::authorizeUser, {"profile"}, options);
+  const auto url = h.manager->buildURLString(context, false);
+  ASSERT_TRUE(url);
+  const auto params = AIUtils::getKeyValueDictionaryParseString(*url);
+  EXPECT_EQ(params.at("code_challenge"), "app-challenge");
+  EXPECT_EQ(params.at("code_challenge_method"), "plain");
+}
+
+TEST(AISignInViewManagerClient, OnLinuxTheBrowserShowsThePageAndNothingCanCancel) {
+  ClientHarness h;  // the scripted presenter as the Linux one: the browser only
+  const auto context = test::ClientFixture::context(AICallMethod::authorizeUser);
+  h.manager->initializeSignIn(context);
+  ASSERT_EQ(h.presenter->opened().size(), 1u);
+  EXPECT_EQ(h.presenter->opened()[0].kind, ScriptedSignInPresenter::Kind::browser);
+  EXPECT_EQ(AIUtils::getKeyValueDictionaryParseString(h.presenter->opened()[0].url).at("state"), context->UID());
+  EXPECT_FALSE(context->error().hasErrorOccured());
+}
+
+TEST(AISignInViewManagerClient, CancellingWritesCode3IntoTheCallAndEndsIt) {
+  ClientHarness h;
+  h.presenter->setInAppBrowserAvailable(true);
+  h.manager->resetViewModes();
+  const auto context = test::ClientFixture::context(AICallMethod::authorizeUser);
+  h.manager->initializeSignIn(context);
+  ASSERT_TRUE(h.presenter->showing());
+  h.presenter->cancel();
+  EXPECT_EQ(context->error(), AIError(kAIErrorUserInterrupted, "User cancelled sign in."));
+  EXPECT_EQ(h.ended, std::vector<std::shared_ptr<AICallContext>>{context});
+}
+
+TEST(AISignInViewManagerClient, WithoutARedirectAddressNothingIsShown) {
+  ClientHarness h;
+  h.f.bundle->set("CFBundleIdentifier", std::nullopt);
+  h.manager = std::make_unique<AISignInViewManager>(h.f.services(), &h.states, [](const std::string&) {});
+  const auto context = test::ClientFixture::context(AICallMethod::authorizeUser);
+  h.manager->initializeSignIn(context);
+  EXPECT_EQ(context->error(), AIError(kAIInvalidInput, "Redirect to uri is invalid."));
+  EXPECT_TRUE(h.presenter->opened().empty());
+  EXPECT_TRUE(h.states.empty());
 }
 
 }  // namespace

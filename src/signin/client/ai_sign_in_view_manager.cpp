@@ -88,6 +88,15 @@ AISignInViewManager::AISignInViewManager(std::shared_ptr<platform::SignInPresent
   if (presenter_) presenter_->setCancelHandler([this] { onPresenterCancel(); });
 }
 
+AISignInViewManager::AISignInViewManager(std::shared_ptr<const AIClientServices> services,
+                                         AIOpenIdRequestStates* openIdRequestStates,
+                                         std::function<void(const std::string&)> onWebViewRedirect)
+    : AISignInViewManager(services->platform().signInPresenter, services->configuration().singleSignOnScheme,
+                          services->utils().getRedirectToUrl(), std::move(onWebViewRedirect)) {
+  services_ = std::move(services);
+  openIdRequestStates_ = openIdRequestStates;
+}
+
 AISignInViewManager::~AISignInViewManager() {
   if (presenter_) presenter_->setCancelHandler(nullptr);
 }
@@ -136,6 +145,51 @@ void AISignInViewManager::initializeSignIn(AISignInCall call) {
     return;
   }
   tryStrategy(browser(), error, *url);
+}
+
+AI3POpenIdRequest* AISignInViewManager::build3POpenIdRequest(const std::shared_ptr<AICallContext>& context,
+                                                              bool singleSignOn) {
+  if (!services_) return nullptr;
+  request_ = singleSignOn ? AI3POpenIdRequest::initWithCallContextSSO(services_, context, openIdRequestStates_)
+                          : AI3POpenIdRequest::initWithCallContext(services_, context, openIdRequestStates_);
+  return request_.get();
+}
+
+std::optional<std::string> AISignInViewManager::buildURLString(const std::shared_ptr<AICallContext>& context,
+                                                               bool singleSignOn) {
+  if (!services_) {  // a manager made over a presenter alone builds no requests
+    context->error().setError(kAIInternalError, std::string(kAIMessageInternalErrorGeneral));
+    return std::nullopt;
+  }
+  AI3POpenIdRequest* request = build3POpenIdRequest(context, singleSignOn);
+  if (request == nullptr) return std::nullopt;
+  const std::shared_ptr<AISPOP> spop = services_->spop();
+  if (context->boolOption(kAIOptionReturnAuthorizationCode)) {
+    const auto challenge = context->stringOption(kAIOptionCodeChallenge);
+    const auto method = context->stringOption(kAIOptionCodeChallengeMethod);
+    spop->generateWithChallenge(challenge ? std::optional<std::string>(*challenge) : std::nullopt,
+                                method ? std::optional<std::string>(*method) : std::nullopt);
+  } else {
+    spop->regenerateSpop();
+  }
+  if (spop->spopChallenge()) request->mParams()[std::string(CODE_CHALLENGE)] = *spop->spopChallenge();
+  if (spop->spopMethod()) request->mParams()[std::string(CODE_CHALLENGE_METHOD)] = *spop->spopMethod();
+  const std::optional<std::string> base = request->getBaseUrlWithOption(*context);
+  if (!base) return std::nullopt;
+  return *base + "?" + AIAuthPortalRequest::buildParamList(request->getParameters(*context), true);
+}
+
+void AISignInViewManager::initializeSignIn(const std::shared_ptr<AICallContext>& context) {
+  AISignInCall call;
+  call.error = &context->error();
+  call.sandbox = context->isSandbox();
+  // `this` is safe: the call's handlers live in this manager (or in a strategy it owns) only.
+  call.buildURLString = [this, context](bool singleSignOn) { return buildURLString(context, singleSignOn); };
+  call.onCancelled = [this, context](const AIError& cancelled) {
+    context->error().setErrorWithError(cancelled);
+    if (onSignInCancelled_) onSignInCancelled_(context);
+  };
+  initializeSignIn(std::move(call));
 }
 
 void AISignInViewManager::removeSignInView() {

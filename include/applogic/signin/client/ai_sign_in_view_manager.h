@@ -7,6 +7,9 @@
 #include <string_view>
 
 #include "applogic/platform/sign_in_presenter.h"
+#include "applogic/signin/client/ai_auth_portal_request.h"
+#include "applogic/signin/client/ai_call_context.h"
+#include "applogic/signin/client/ai_client_services.h"
 #include "applogic/signin/client/ai_error.h"
 
 namespace applogic::signin {
@@ -129,6 +132,13 @@ class AISignInViewManager {
   AISignInViewManager(std::shared_ptr<platform::SignInPresenter> presenter, std::string singleSignOnScheme,
                       std::optional<std::string> returnToURL,
                       std::function<void(const std::string& url)> onWebViewRedirect);
+  /// The client's manager: the presenter is the platform's `signInPresenter`, the single-sign-on
+  /// scheme `ClientConfiguration::singleSignOnScheme`, the address to return to the app's
+  /// redirect address (`AIUtils::getRedirectToUrl`). Sign-in requests register their call in
+  /// `openIdRequestStates` (the coordinator's, which outlives the manager; null registers
+  /// nothing).
+  AISignInViewManager(std::shared_ptr<const AIClientServices> services, AIOpenIdRequestStates* openIdRequestStates,
+                      std::function<void(const std::string& url)> onWebViewRedirect);
   ~AISignInViewManager();
   AISignInViewManager(const AISignInViewManager&) = delete;
   AISignInViewManager& operator=(const AISignInViewManager&) = delete;
@@ -140,6 +150,32 @@ class AISignInViewManager {
   /// 1, else the browser, with that address. A web view the host does not have falls back to the
   /// browser. A failure of the last strategy is left in the call's error.
   void initializeSignIn(AISignInCall call);
+
+  /// `initializeSignIn:` for a call context of the client (needs the services constructor): the
+  /// address is `buildURLString(context, flag)`; a cancellation writes code 3 into the context's
+  /// error and hands the context to the handler of `setOnSignInCancelled`.
+  void initializeSignIn(const std::shared_ptr<AICallContext>& context);
+
+  /// What ends a cancelled call (the coordinator's `processCallContext:SignInSuccessful:` with
+  /// NO); it runs after the context's error became code 3.
+  void setOnSignInCancelled(std::function<void(const std::shared_ptr<AICallContext>&)> handler) {
+    onSignInCancelled_ = std::move(handler);
+  }
+
+  /// `build3POpenIdRequest:forSignInMode:`: the single-sign-on request when `singleSignOn` is
+  /// set, the ordinary one otherwise; it becomes `request()`. Null (with the reason in the
+  /// context's error) when the app has no redirect address or client id.
+  AI3POpenIdRequest* build3POpenIdRequest(const std::shared_ptr<AICallContext>& context, bool singleSignOn);
+
+  /// `buildURLString:forSignInMode:`: builds the request, sets up the proof key (the app's own
+  /// challenge and method when the option "return_authorization_code" is true, otherwise a new
+  /// verifier), adds "code_challenge" and, when there is one, "code_challenge_method" to the
+  /// request's parameters, and answers "<sign-in page>?<encoded parameter list>". Absent when the
+  /// request could not be built (the context's error says why).
+  std::optional<std::string> buildURLString(const std::shared_ptr<AICallContext>& context, bool singleSignOn);
+
+  /// The sign-in request built last; null before the first.
+  const AI3POpenIdRequest* request() const noexcept { return request_.get(); }
 
   /// Asks the current strategy to remove its view, drops it and resets the modes. Nothing to
   /// remove is fine.
@@ -160,6 +196,10 @@ class AISignInViewManager {
   bool tryStrategy(std::unique_ptr<AISignInStrategy> strategy, AIError& error, const std::string& url);
   void onPresenterCancel();
 
+  std::shared_ptr<const AIClientServices> services_;  // null with the first constructor
+  AIOpenIdRequestStates* openIdRequestStates_ = nullptr;
+  std::unique_ptr<AI3POpenIdRequest> request_;
+  std::function<void(const std::shared_ptr<AICallContext>&)> onSignInCancelled_;
   std::shared_ptr<platform::SignInPresenter> presenter_;
   std::string singleSignOnScheme_;
   std::optional<std::string> returnToURL_;
