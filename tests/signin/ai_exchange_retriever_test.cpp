@@ -248,7 +248,7 @@ TEST_F(ExchangeTest, CodeExchangeSavesTokensWithTheCallScopesAndEndsTheSignIn) {
   EXPECT_TRUE(stored(kTokenTypeAccessToken)
                   ->isEqual(AIAccessToken("at.NEW", {"profile", "postal_code"}, std::nullopt, *f_.clock)));
   EXPECT_EQ(hookCalls_, std::vector<std::string>{"clear states@1"});
-  const auto& body = f_.http->requests().at(0).body.value();
+  const std::string body = f_.http->requests().at(0).body.value();
   EXPECT_NE(body.find("code=ac.CODE"), std::string::npos) << body;
 }
 
