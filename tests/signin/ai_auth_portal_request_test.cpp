@@ -53,7 +53,7 @@ TEST(AIAuthPortalRequestTest, ParameterListsJoinPairsAndEncodeOnlyValues) {
   const AIParameters parameters = {{"a b", "x y"}, {"k", "a&b=c+d/e?f:g@h"}, {"z", "%2B#é~"}};
   EXPECT_EQ(AIAuthPortalRequest::buildParamList(parameters, false), "a b=x y&k=a&b=c+d/e?f:g@h&z=%2B#é~");
   EXPECT_EQ(AIAuthPortalRequest::buildParamList(parameters, true),
-            "a b=x%20y&k=a&b=c+d/e?f:g@h&z=%252B%23%C3%A9~");
+            "a b=x%20y&k=a&b=c+d/e%3Ff:g@h&z=%252B%23%C3%A9~");
   EXPECT_EQ(AIAuthPortalRequest::buildParamList({}, true), "");
 
   struct Row {
@@ -62,8 +62,8 @@ TEST(AIAuthPortalRequestTest, ParameterListsJoinPairsAndEncodeOnlyValues) {
   };
   const Row rows[] = {
       {"AZaz09", "AZaz09"},
-      {"!$&'()*+,-./:;=?@_~", "!$&'()*+,-./:;=?@_~"},
-      {" \"#%<>[\\]^`{|}", "%20%22%23%25%3C%3E%5B%5C%5D%5E%60%7B%7C%7D"},
+      {"!$&'()*+,-./:;=@_~", "!$&'()*+,-./:;=@_~"},
+      {" \"#%<>?[\\]^`{|}", "%20%22%23%25%3C%3E%3F%5B%5C%5D%5E%60%7B%7C%7D"},
       {"\n\x7f", "%0A%7F"},
       {"ü", "%C3%BC"},
   };
@@ -146,7 +146,7 @@ TEST(AI3POpenIdRequestTest, SignInParametersOverrideBaseOnesAndAddedOnesAreEncod
   EXPECT_EQ(parameters.at("di.sdk.version"), "9");
   const std::string list = AIAuthPortalRequest::buildParamList(parameters, true);
   EXPECT_NE(list.find("appIdentifier=eyJidW5kbGVJRCI6ImNvbS50dW5ldm8uYXBwIn0%253D"), std::string::npos) << list;
-  EXPECT_NE(list.find("redirect_uri=amzn-com.tunevo.app://?methodName=signin"), std::string::npos) << list;
+  EXPECT_NE(list.find("redirect_uri=amzn-com.tunevo.app://%3FmethodName=signin"), std::string::npos) << list;
   EXPECT_NE(list.find("code_challenge=E9Melhoa2OwvFrEMTJguCHaoeK1t8URWbuGJSstw-cM"), std::string::npos) << list;
 }
 
@@ -216,7 +216,7 @@ TEST(AIExchangeRequestTest, EachExchangeSendsItsParametersAndHeaders) {
         .method = "POST",
         .headers = plus({{"Content-Type", "application/x-www-form-urlencoded"}}),
         .body = base + "client_id=" + test::kClientId + "&code=ac.CODE&" + device +
-                "&grant_type=authorization_code&redirect_uri=amzn-com.tunevo.app://?methodName=signin"}},
+                "&grant_type=authorization_code&redirect_uri=amzn-com.tunevo.app://%3FmethodName=signin"}},
       {"refresh", &refresh, true,
        {.url = "https://api.test/auth/o2/token",
         .method = "POST",

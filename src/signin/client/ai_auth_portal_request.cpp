@@ -5,7 +5,10 @@
 namespace applogic::signin {
 namespace {
 
-constexpr std::string_view kKeptInUrl = "!$&'()*+,-./:;=?@_~";
+// "?" is left out of the kept set although it may stand in a query: some servers (cpp-httplib's
+// among them) refuse a request target with a second "?", and "%3F" means the same to every form
+// decoder.
+constexpr std::string_view kKeptInUrl = "!$&'()*+,-./:;=@_~";
 
 bool keptInUrl(unsigned char c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||

@@ -44,10 +44,10 @@ class AIAuthPortalRequest {
   /// "name=value" pairs joined by "&", in the map's order. With `encode`, each value (never the
   /// name) is escaped by `escapeForUrl`.
   static std::string buildParamList(const AIParameters& parameters, bool encode);
-  /// Escapes, as "%" and two upper-case hex digits of each UTF-8 byte, every character that may
-  /// not stand in a URL: all but ASCII letters and digits and "!$&'()*+,-./:;=?@_~". The reserved
-  /// characters ("&", "=", "+", "/", ...) therefore stay; "%" and "#" are escaped, so a value
-  /// escaped beforehand is escaped again.
+  /// Escapes, as "%" and two upper-case hex digits of each UTF-8 byte, every character but ASCII
+  /// letters and digits and "!$&'()*+,-./:;=@_~". The reserved characters "&", "=", "+", "/",
+  /// ":" and "@" therefore stay; "?", "%" and "#" are escaped, so a value escaped beforehand is
+  /// escaped again.
   static std::string escapeForUrl(std::string_view value);
 
   /// Appends the client's headers, in this order: "Accept-Encoding", "Accept-Language",
