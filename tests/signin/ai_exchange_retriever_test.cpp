@@ -247,7 +247,7 @@ TEST_F(ExchangeTest, CodeExchangeSavesTokensWithTheCallScopesAndEndsTheSignIn) {
   EXPECT_TRUE(stored(kTokenTypeRefreshToken)->isEqual(AIRefreshToken("rt.NEW", {"profile", "postal_code"}, *f_.clock)));
   EXPECT_TRUE(stored(kTokenTypeAccessToken)
                   ->isEqual(AIAccessToken("at.NEW", {"profile", "postal_code"}, std::nullopt, *f_.clock)));
-  EXPECT_EQ(hookCalls_, std::vector<std::string>{"clear states@1"});
+  EXPECT_EQ(hookCalls_, std::vector<std::string>{"clear states@0"});
   const std::string body = f_.http->requests().at(0).body.value();
   EXPECT_NE(body.find("code=ac.CODE"), std::string::npos) << body;
 }
@@ -261,7 +261,7 @@ TEST_F(ExchangeTest, CodeExchangeRefusedWipesEverythingAndRemovesTheSignInView) 
   ASSERT_EQ(delegate_->failures.size(), 1u);
   EXPECT_EQ(delegate_->failures[0].api(), kAPIAuthorizeUser);
   EXPECT_EQ(delegate_->failures[0].error(), AIError(kAIApplicationNotAuthorized, "Code spent."));
-  EXPECT_EQ(hookCalls_, (std::vector<std::string>{"remove view@0", "clear states@1"}));
+  EXPECT_EQ(hookCalls_, (std::vector<std::string>{"remove view@0", "clear states@0"}));
 }
 
 TEST_F(ExchangeTest, NothingToSendIsLeftToTheCallerToAnswer) {

@@ -11,6 +11,8 @@
 #include "applogic/platform/openssl_crypto.h"
 #include "applogic/platform/run_loop.h"
 #include "applogic/signin/client/ai_exchange_retriever.h"
+#include "applogic/signin/client/ai_mobile_lib.h"
+#include "applogic/testing/scripted_sign_in_presenter.h"
 #include "emulator/signin_server.h"
 #include "signin/client_fixture.h"
 
@@ -79,6 +81,7 @@ class ExchangeOverTlsTest : public ::testing::Test {
     p.deviceInfo = std::make_shared<testing::FixedDeviceInfo>("ThinkPad X1", "Linux", "6.1.0");
     p.secureStore = std::make_shared<testing::InMemorySecureStore>();
     p.mainThread = loop_;
+    p.signInPresenter = presenter_;
     platform::CurlHttpOptions http;
     http.caFile = server_->caPath();
     p.httpClient = platform::makeCurlHttpClient(loop_, http);
@@ -118,8 +121,23 @@ class ExchangeOverTlsTest : public ::testing::Test {
     spop->regenerateSpop();
     request->mParams()[std::string(CODE_CHALLENGE)] = *spop->spopChallenge();
     request->mParams()[std::string(CODE_CHALLENGE_METHOD)] = *spop->spopMethod();
-    const std::string query = AIAuthPortalRequest::buildParamList(request->getParameters(*ctx), true);
+    const std::string location = signInWithBrowser(AIAuthPortalRequest::buildParamList(request->getParameters(*ctx), true));
+    const auto parameters = AIUtils::getKeyValueDictionaryParseString(location);
+    ASSERT_TRUE(parameters.contains("code")) << location;
+    EXPECT_EQ(parameters.at("state"), "STATE-1");
+    AIError error;
+    services_->tokenManager().saveTokenToStorage(AICode(parameters.at("code"), *services_->platform().clock),
+                                                 kTokenTypeCode, error);
+  }
 
+  // Opens the sign-in page with `query`, signs in with the test account and answers the address
+  // the server redirects to (empty on a failure, which is reported).
+  std::string signInWithBrowser(const std::string& query) {
+    std::string location;
+    browse(query, location);
+    return location;
+  }
+  void browse(const std::string& query, std::string& location) {
     httplib::SSLClient browser("127.0.0.1", server_->port());
     browser.set_ca_cert_path(server_->caPath().c_str());
     browser.enable_server_certificate_verification(true);
@@ -136,12 +154,7 @@ class ExchangeOverTlsTest : public ::testing::Test {
                                        "application/x-www-form-urlencoded");
     ASSERT_TRUE(redirect);
     ASSERT_EQ(redirect->status, 302) << redirect->body;
-    const auto parameters = AIUtils::getKeyValueDictionaryParseString(redirect->get_header_value("Location"));
-    ASSERT_TRUE(parameters.contains("code")) << redirect->get_header_value("Location");
-    EXPECT_EQ(parameters.at("state"), "STATE-1");
-    AIError error;
-    services_->tokenManager().saveTokenToStorage(AICode(parameters.at("code"), *services_->platform().clock),
-                                                 kTokenTypeCode, error);
+    location = redirect->get_header_value("Location");
   }
 
   std::unique_ptr<AIToken> stored(std::int32_t type) const {
@@ -158,6 +171,7 @@ class ExchangeOverTlsTest : public ::testing::Test {
   }
 
   std::shared_ptr<platform::RunLoop> loop_ = std::make_shared<platform::RunLoop>();
+  std::shared_ptr<testing::ScriptedSignInPresenter> presenter_ = std::make_shared<testing::ScriptedSignInPresenter>();
   std::unique_ptr<emulator::SignInServer> server_;
   std::shared_ptr<AIClientServices> services_;
   std::shared_ptr<AIAccessTokenRetriever> refresher_;
@@ -260,6 +274,40 @@ TEST_F(ExchangeOverTlsTest, AHundredCallersDuringOneRefreshSendOneRequest) {
     ASSERT_EQ(delegate->successes.size(), 1u);
     EXPECT_EQ(delegate->successes[0].resultString(), token);
   }
+}
+
+TEST_F(ExchangeOverTlsTest, EntryPointsSignInTakeTheRedirectAndServeTokenAndProfile) {
+  const AIMobileLib lib(AIAuthPortalProxy::make(services_));
+  auto signIn = std::make_shared<QuittingDelegate>(*loop_);
+  lib.authorizeUserForScopes({"profile"}, signIn);
+  ASSERT_EQ(presenter_->opened().size(), 1u);
+  const std::string page = presenter_->opened()[0].url;
+  const std::string prefix = server_->baseUrl() + "/ap/oa?";
+  ASSERT_TRUE(page.starts_with(prefix)) << page;
+  const std::string location = signInWithBrowser(page.substr(prefix.size()));
+  ASSERT_FALSE(location.empty());
+  ASSERT_TRUE(lib.handleOpenURL(location, "browser")) << location;
+  ASSERT_TRUE(runUntilQuit(*loop_));
+  ASSERT_EQ(signIn->successes.size(), 1u) << signIn->failures.at(0).error().message();
+  EXPECT_EQ(signIn->successes[0].api(), kAPIAuthorizeUser);
+
+  auto token = std::make_shared<QuittingDelegate>(*loop_);
+  lib.getAccessTokenForScopes({"profile"}, JsonObject{{"force_refresh", "yes"}}, token);
+  ASSERT_TRUE(runUntilQuit(*loop_));
+  ASSERT_EQ(token->successes.size(), 1u) << token->failures.at(0).error().message();
+  EXPECT_EQ(token->successes[0].resultString(), stored(kTokenTypeAccessToken)->token());
+
+  auto profile = std::make_shared<QuittingDelegate>(*loop_);
+  lib.getProfile(profile);
+  ASSERT_TRUE(runUntilQuit(*loop_));
+  ASSERT_EQ(profile->successes.size(), 1u) << profile->failures.at(0).error().message();
+  EXPECT_EQ(json::string(*profile->successes[0].resultObject(), "email"), "listener@tunevo.test");
+
+  auto signOut = std::make_shared<QuittingDelegate>(*loop_);
+  lib.clearAuthorizationState(signOut);
+  EXPECT_EQ(signOut->successes.size(), 1u);
+  for (const std::int32_t type : {1, 2, 3, 4}) EXPECT_FALSE(stored(type)) << type;
+  loop_->runUntilIdle();
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
 #include "applogic/signin/client/ai_call_context.h"
 
+#include "applogic/signin/client/ai_utils.h"
+
 namespace applogic::signin {
 
 AICallContext::AICallContext(AICallMethod method, std::shared_ptr<AIAuthenticationDelegate> authenticationDelegate,
@@ -22,11 +24,11 @@ std::optional<std::string_view> AICallContext::stringOption(std::string_view key
 }
 
 void AICallContext::succeed(std::uint32_t api, Json result) const {
-  if (delegate_) delegate_->requestDidSucceed(APIResult(api, std::move(result)));
+  if (delegate_) delegate_->requestDidSucceed(AIUtils::resultObjectForAPI(api, std::move(result)));
 }
 
 void AICallContext::fail(std::uint32_t api) const {
-  if (delegate_) delegate_->requestDidFail(APIError(api, *error_));
+  if (delegate_) delegate_->requestDidFail(AIUtils::errorObjectForAPI(api, *error_));
 }
 
 void AICallContext::copyErrorMessagesFrom(const AICallContext* source,

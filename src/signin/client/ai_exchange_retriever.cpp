@@ -171,10 +171,11 @@ void AICodeExchangeRetriever::answerSuccess(AIExchangeResponse& answer) {
   AIError& error = callContexts_.front()->error();
   tokenManager.saveTokenToStorage(*response.refreshToken(), kTokenTypeRefreshToken, error);
   tokenManager.saveTokenToStorage(*response.accessToken(), kTokenTypeAccessToken, error);
-  for (const auto& context : takeCallContextsWithFirstError()) {
-    context->succeed(operation(), nullptr);
-    if (hooks_.clearOpenIdRequestStates) hooks_.clearOpenIdRequestStates();
-  }
+  // The states are forgotten before the answers, so a delegate that signs in again from its
+  // answer keeps the state of its new sign-in.
+  const auto contexts = takeCallContextsWithFirstError();
+  if (hooks_.clearOpenIdRequestStates) hooks_.clearOpenIdRequestStates();
+  for (const auto& context : contexts) context->succeed(operation(), nullptr);
 }
 
 void AICodeExchangeRetriever::handleInvalidRequestToken(AIExchangeResponse&) {
@@ -186,8 +187,8 @@ void AICodeExchangeRetriever::handleInvalidRequestToken(AIExchangeResponse&) {
 
 void AICodeExchangeRetriever::invokeAuthenticationDelegatesOnFailure() {
   if (hooks_.removeSignInView) hooks_.removeSignInView();
-  AIExchangeRetriever::invokeAuthenticationDelegatesOnFailure();
   if (hooks_.clearOpenIdRequestStates) hooks_.clearOpenIdRequestStates();
+  AIExchangeRetriever::invokeAuthenticationDelegatesOnFailure();
 }
 
 // --- access-token refresh ------------------------------------------------------------------------

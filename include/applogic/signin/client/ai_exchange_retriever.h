@@ -124,8 +124,9 @@ struct AISignInHooks {
 
 /// Exchanges the authorization code for a refresh and an access token (operation 1). On success
 /// saves the refresh token, then the access token, and answers with no result; "invalid_grant"
-/// deletes the code and every stored kind after it. A failure removes the sign-in view first and
-/// forgets the sign-in requests after answering; a success forgets them with each answer.
+/// deletes the code and every stored kind after it. A failure removes the sign-in view; both
+/// outcomes forget the sign-in requests before answering (so a delegate that signs in again from
+/// its answer keeps its new state).
 class AICodeExchangeRetriever final : public AIExchangeRetriever {
  public:
   AICodeExchangeRetriever(std::shared_ptr<const AIClientServices> services, AISignInHooks hooks)

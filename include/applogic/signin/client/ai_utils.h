@@ -11,6 +11,7 @@
 #include "applogic/platform/platform.h"
 #include "applogic/signin/client/ai_api_key_helper.h"
 #include "applogic/signin/client/ai_app_info.h"
+#include "applogic/signin/client/api_result.h"
 #include "applogic/signin/client/client_configuration.h"
 
 namespace applogic::signin {
@@ -68,6 +69,12 @@ class AIUtils {
   /// RFC 4648 base64url without padding: standard Base64 with no line breaks, every "=" removed,
   /// "+" turned into "-" and "/" into "_". Pure.
   static std::string base64URLEncode(std::span<const std::uint8_t> bytes);
+
+  /// The answer objects of the entry points (`resultObjectForAPI:andResult:`,
+  /// `errorObjectForAPI:andError:`): the operation number with the result, or with a copy of the
+  /// error as it stands. Pure.
+  static APIResult resultObjectForAPI(std::uint32_t api, Json result) { return APIResult(api, std::move(result)); }
+  static APIError errorObjectForAPI(std::uint32_t api, const AIError& error) { return APIError(api, error); }
 
   /// The helper that reads and verifies the app's API key.
   const AIAPIKeyHelper& apiKeyHelper() const noexcept { return helper_; }
