@@ -269,6 +269,18 @@ TEST_F(MobileLibTest, RedirectErrorFailsTheSignIn) {
   EXPECT_TRUE(f_.http->requests().empty());
 }
 
+TEST_F(MobileLibTest, CodeBesideAnErrorIsStoredButTheCallFailsWithTheError) {
+  lib().authorizeUserForScopes({"profile"}, delegate_);
+  const std::string state = shownParameters().at("state");
+  EXPECT_TRUE(lib().handleOpenURL(redirect("code=ac.X&error=server_error&error_description=Busy&state=" + state)));
+  pump();
+  ASSERT_EQ(delegate_->failures.size(), 1u);
+  EXPECT_EQ(delegate_->answers(), 1u);
+  EXPECT_EQ(delegate_->failures[0].error(), AIError(kAIServerError, "Busy"));
+  EXPECT_EQ(stored(kTokenTypeCode)->token(), "ac.X");
+  EXPECT_TRUE(f_.http->requests().empty());
+}
+
 TEST_F(MobileLibTest, CancellingTheInAppBrowserGivesCode3ToEveryWaitingCallLastFirst) {
   presenter_->setInAppBrowserAvailable(true);
   AIAuthPortalProxy::resetSharedInstance();  // the view modes are read when the coordinator is made
@@ -435,6 +447,10 @@ TEST_F(MobileLibTest, InternalModesAndTheirLogLines) {
   EXPECT_EQ(sink->lines, (std::vector<std::string>{"setPriSignInViewMode called.", "Mode is set to:2"}));
   EXPECT_EQ(lib().proxy()->signInViewManager().SDKPriSignInViewMode(), kAISignInViewModeBrowser);
   EXPECT_EQ(lib().proxy()->signInViewManager().SDKSignInViewMode(), kAISignInViewModeWebView);
+  // The app id: none until a key is verified ("IBAAppAPIKey" is not set), then the key's.
+  EXPECT_FALSE(internal.getAppId());
+  EXPECT_EQ(lib().getClientId(), test::kClientId);
+  EXPECT_EQ(internal.getAppId(), "amzn1.family");
   // Primary mode browser: the ordinary address, in the browser.
   lib().authorizeUserForScopes({"profile"}, delegate_);
   ASSERT_EQ(presenter_->opened().size(), 1u);
