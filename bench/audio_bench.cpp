@@ -5,12 +5,10 @@
 #include <gst/gst.h>
 #include <httplib.h>
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -23,6 +21,7 @@
 #include "applogic/platform/gstreamer_media_player.h"
 #include "applogic/platform/run_loop.h"
 #include "applogic/testing/wav_clip.h"
+#include "latency.h"
 
 namespace applogic {
 namespace {
@@ -96,12 +95,6 @@ class FirstBuffer {
   int count_ = 0;
 };
 
-double median(std::vector<double> samples) {
-  if (samples.empty()) return 0;
-  std::sort(samples.begin(), samples.end());
-  return samples[samples.size() / 2];
-}
-
 // Times `start` to the first buffer that `firstBuffer` sees after it, once per iteration; the
 // clip is long enough that every play is still running when the next one starts.
 template <class Start, class Between>
@@ -119,7 +112,7 @@ void timePlays(benchmark::State& state, FirstBuffer& firstBuffer, Start start, B
     samples.push_back(std::chrono::duration<double, std::milli>(*at - begin).count());
     between();
   }
-  state.counters["median_ms"] = median(std::move(samples));
+  state.counters["median_ms"] = bench::percentiles(std::move(samples)).median;
 }
 
 void BM_Baseline_BarePlaybin(benchmark::State& state) {
@@ -196,42 +189,27 @@ void BM_ChangeTrackResumeToFirstBuffer(benchmark::State& state) {
 }
 BENCHMARK(BM_ChangeTrackResumeToFirstBuffer)->Iterations(kPlays)->Unit(benchmark::kMillisecond);
 
-class Summary : public benchmark::ConsoleReporter {
- public:
-  Summary() : ConsoleReporter(OO_Tabular) {}
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const auto& run : runs) {
-      if (run.run_type != Run::RT_Iteration || run.error_occurred) continue;
-      medians_[run.benchmark_name()] = run.counters.at("median_ms").value;
-    }
-    ConsoleReporter::ReportRuns(runs);
+void printSummary(const bench::CounterReporter& report) {
+  const auto start = report.counter("BM_ChangeTrackResumeToFirstBuffer/iterations:20", "median_ms");
+  if (!start) return;
+  std::printf("\npreview start: changeTrack + resume to the first buffer at the sink, %d plays over loopback HTTP\n",
+              kPlays);
+  std::printf("  median %.2f ms  target <= %.0f ms: %s\n", *start, kTargetMs, *start <= kTargetMs ? "met" : "MISSED");
+  const auto base = report.counter("BM_Baseline_BarePlaybin/iterations:20", "median_ms");
+  if (base && *base > 0) {
+    std::printf("  bare playbin started directly: median %.2f ms; the preview start is %.2fx of it\n", *base,
+                *start / *base);
   }
-  void print() const {
-    const auto base = medians_.find("BM_Baseline_BarePlaybin/iterations:20");
-    const auto start = medians_.find("BM_ChangeTrackResumeToFirstBuffer/iterations:20");
-    if (start == medians_.end()) return;
-    std::printf("\npreview start: changeTrack + resume to the first buffer at the sink, %d plays over loopback HTTP\n",
-                kPlays);
-    std::printf("  median %.2f ms  target <= %.0f ms: %s\n", start->second, kTargetMs,
-                start->second <= kTargetMs ? "met" : "MISSED");
-    if (base != medians_.end() && base->second > 0) {
-      std::printf("  bare playbin started directly: median %.2f ms; the preview start is %.2fx of it\n", base->second,
-                  start->second / base->second);
-    }
-  }
-
- private:
-  std::map<std::string, double> medians_;
-};
+}
 
 }  // namespace
 }  // namespace applogic
 
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
-  applogic::Summary summary;
-  benchmark::RunSpecifiedBenchmarks(&summary);
-  summary.print();
+  applogic::bench::CounterReporter report;
+  benchmark::RunSpecifiedBenchmarks(&report);
+  applogic::printSummary(report);
   benchmark::Shutdown();
   return 0;
 }
