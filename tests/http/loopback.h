@@ -24,6 +24,7 @@
 #include <vector>
 
 #include "applogic/platform/run_loop.h"
+#include "run_until_quit.h"
 
 namespace applogic::test {
 
@@ -160,23 +161,5 @@ inline std::string gzip(const std::string& text) {
   return out;
 }
 
-// Runs `loop` until a handler quits it. A guard quits it after 30 s so that a client that never
-// reports fails the test instead of hanging it; nothing is asserted about time. Returns false
-// when the guard had to step in.
-inline bool runUntilQuit(platform::RunLoop& loop) {
-  std::atomic<bool> finished{false};
-  std::atomic<bool> expired{false};
-  std::thread guard([&] {
-    for (int i = 0; i < 300 && !finished.load(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    if (!finished.load()) {
-      expired.store(true);
-      loop.quit();
-    }
-  });
-  loop.run();
-  finished.store(true);
-  guard.join();
-  return !expired.load();
-}
 
 }  // namespace applogic::test

@@ -19,6 +19,7 @@
 #include "applogic/platform/run_loop.h"
 #include "applogic/support/log.h"
 #include "platform/wav_clip.h"
+#include "run_until_quit.h"
 
 namespace applogic {
 namespace {
@@ -72,23 +73,7 @@ struct CapturingSink : LogSink {
   void write(std::string_view line) override { lines.emplace_back(line); }
 };
 
-// Quits the loop when a handler asks, or after a generous while so that a silent port fails the
-// test instead of hanging it (nothing is asserted about time).
-bool runUntilQuit(platform::RunLoop& loop) {
-  std::atomic<bool> finished{false};
-  std::atomic<bool> expired{false};
-  std::thread guard([&] {
-    for (int i = 0; i < 300 && !finished.load(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    if (!finished.load()) {
-      expired.store(true);
-      loop.quit();
-    }
-  });
-  loop.run();
-  finished.store(true);
-  guard.join();
-  return !expired.load();
-}
+using ::applogic::test::runUntilQuit;
 
 class GStreamerHttpTest : public ::testing::Test {
  protected:

@@ -15,6 +15,7 @@
 #include "applogic/testing/scripted_sign_in_presenter.h"
 #include "emulator/signin_server.h"
 #include "signin/client_fixture.h"
+#include "run_until_quit.h"
 
 namespace applogic::signin {
 namespace {
@@ -43,23 +44,7 @@ class QuittingDelegate final : public AIAuthenticationDelegate {
   platform::RunLoop& loop_;
 };
 
-// Runs the loop until it is quit; a guard quits it after 30 s, so a silent exchange fails
-// instead of hanging. False when the guard stepped in.
-bool runUntilQuit(platform::RunLoop& loop) {
-  std::atomic<bool> finished{false};
-  std::atomic<bool> expired{false};
-  std::thread guard([&] {
-    for (int i = 0; i < 300 && !finished.load(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    if (!finished.load()) {
-      expired.store(true);
-      loop.quit();
-    }
-  });
-  loop.run();
-  finished.store(true);
-  guard.join();
-  return !expired.load();
-}
+using ::applogic::test::runUntilQuit;
 
 class ExchangeOverTlsTest : public ::testing::Test {
  protected:
