@@ -15,41 +15,31 @@ Json parse(std::string_view text) { return boost::json::parse(text); }
 
 constexpr Metadata kUnknown{-1, -1, -1, -1};
 
-struct MetadataRow {
-  const char* answer;
-  Metadata expected;
-  friend void PrintTo(const MetadataRow& row, std::ostream* out) { *out << row.answer; }
-};
-
-class MetadataFromRaw : public ::testing::TestWithParam<MetadataRow> {};
-
-TEST_P(MetadataFromRaw, EachFieldFallsBackToMinusOneOnItsOwn) {
-  const auto& row = GetParam();
-  const Json answer = parse(row.answer);
-  EXPECT_EQ(Metadata::fromRaw(answer.get_object()), row.expected);
-  EXPECT_EQ(V2ResponseToMetaData(answer), row.expected);
+TEST(MetadataFromRaw, EachFieldFallsBackToMinusOneOnItsOwn) {
+  const std::pair<const char*, Metadata> rows[] = {
+      {"{}", kUnknown},
+      {R"({"meta":{"query":{"limit":20,"offset":40},"returnedCount":17,"totalCount":57}})",
+                  {20, 40, 17, 57}},
+      {R"({"meta":{"returnedCount":20,"totalCount":57}})", {-1, -1, 20, 57}},
+      {R"({"meta":{"query":{"limit":0,"offset":0}}})", {0, 0, -1, -1}},
+      {R"({"meta":{"totalCount":0,"query":{"offset":3}}})", {-1, 3, -1, 0}},
+      // Wrong types count as missing: strings, fractions, booleans, null.
+      {R"({"meta":{"query":{"limit":"20","offset":2.0},"returnedCount":true,"totalCount":null}})",
+                  kUnknown},
+      {R"({"meta":{"query":[20,40],"returnedCount":5}})", {-1, -1, 5, -1}},
+      {R"({"meta":"20","returnedCount":5,"query":{"limit":1}})", kUnknown},
+      // The paging block itself, given as the whole answer: nothing is read from its top level.
+      {R"({"query":{"limit":1,"offset":2},"returnedCount":3,"totalCount":4})", kUnknown},
+      {R"({"meta":{"limit":1,"offset":2}})", kUnknown},
+      {R"({"meta":{"totalCount":9223372036854775807,"returnedCount":9223372036854775808}})",
+                  {-1, -1, -1, 9223372036854775807}},
+      {R"({"meta":{"query":{"limit":-5}}})", {-5, -1, -1, -1}}};
+  for (const auto& [text, expected] : rows) {
+    const Json answer = parse(text);
+    EXPECT_EQ(Metadata::fromRaw(answer.get_object()), expected) << text;
+    EXPECT_EQ(V2ResponseToMetaData(answer), expected) << text;
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Rows, MetadataFromRaw,
-    ::testing::Values(
-        MetadataRow{"{}", kUnknown},
-        MetadataRow{R"({"meta":{"query":{"limit":20,"offset":40},"returnedCount":17,"totalCount":57}})",
-                    {20, 40, 17, 57}},
-        MetadataRow{R"({"meta":{"returnedCount":20,"totalCount":57}})", {-1, -1, 20, 57}},
-        MetadataRow{R"({"meta":{"query":{"limit":0,"offset":0}}})", {0, 0, -1, -1}},
-        MetadataRow{R"({"meta":{"totalCount":0,"query":{"offset":3}}})", {-1, 3, -1, 0}},
-        // Wrong types count as missing: strings, fractions, booleans, null.
-        MetadataRow{R"({"meta":{"query":{"limit":"20","offset":2.0},"returnedCount":true,"totalCount":null}})",
-                    kUnknown},
-        MetadataRow{R"({"meta":{"query":[20,40],"returnedCount":5}})", {-1, -1, 5, -1}},
-        MetadataRow{R"({"meta":"20","returnedCount":5,"query":{"limit":1}})", kUnknown},
-        // The paging block itself, given as the whole answer: nothing is read from its top level.
-        MetadataRow{R"({"query":{"limit":1,"offset":2},"returnedCount":3,"totalCount":4})", kUnknown},
-        MetadataRow{R"({"meta":{"limit":1,"offset":2}})", kUnknown},
-        MetadataRow{R"({"meta":{"totalCount":9223372036854775807,"returnedCount":9223372036854775808}})",
-                    {-1, -1, -1, 9223372036854775807}},
-        MetadataRow{R"({"meta":{"query":{"limit":-5}}})", {-5, -1, -1, -1}}));
 
 TEST(V2ResponseToMetaData, AbsentOnlyForValuesThatAreNotObjects) {
   for (const char* input : {"null", "[]", R"([{"meta":{"totalCount":1}}])", R"("meta")", "5", "true"}) {

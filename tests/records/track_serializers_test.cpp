@@ -29,50 +29,38 @@ Json answer(std::string_view listKey, std::string_view items) {
   return parse(std::string("{\"") + std::string(listKey) + "\":" + std::string(items) + "}");
 }
 
-struct PlainRow {
+struct SerializerRow {
   const char* name;
   Serializer serializer;
   const char* listKey;
 };
 
-class PlainSerializer : public ::testing::TestWithParam<PlainRow> {};
+const SerializerRow kPlainRows[] = {{"Tracks", &TracksResponseToTracks, "tracks"},
+                                    {"PlaylistTracks", &PlaylistTracksResponseToTracks, "tracks"},
+                                    {"SearchTracks", &SearchTracksResponseToTracks, "data"},
+                                    {"ListeningHistory", &ListeningHistoryResponseToTracksSerializer, "tracks"}};
 
-TEST_P(PlainSerializer, FailsOnlyOnTheShapeOfTheTopLevels) {
-  const auto& row = GetParam();
-  for (const char* input : {"null", "[]", R"([{"id":"tra.1"}])", R"("x")", "5", "{}"}) {
-    EXPECT_EQ(row.serializer(parse(input)), std::nullopt) << input;
+TEST(PlainSerializers, EveryElementBecomesOneTrackInOrderAndOnlyTheTopLevelsFail) {
+  for (const SerializerRow& row : kPlainRows) {
+    SCOPED_TRACE(row.name);
+    for (const char* input : {"null", "[]", R"([{"id":"tra.1"}])", R"("x")", "5", "{}"}) {
+      EXPECT_EQ(row.serializer(parse(input)), std::nullopt) << input;
+    }
+    for (const char* items : {"null", "{}", R"({"id":"tra.1"})", R"("tra.1")", "5",
+                              R"([{"id":"tra.1"}, 5])", R"([{"id":"tra.1"}, null])",
+                              R"([[{"id":"tra.1"}]])"}) {
+      EXPECT_EQ(row.serializer(answer(row.listKey, items)), std::nullopt) << items;
+    }
+    EXPECT_EQ(row.serializer(answer("items", R"([{"id":"tra.1"}])")), std::nullopt);
+    EXPECT_EQ(row.serializer(answer(row.listKey, "[]")), std::vector<Track>{});
+
+    const auto tracks = row.serializer(answer(
+        row.listKey, R"([{"id":"tra.2"}, {"id":5,"name":"odd"}, {}, {"id":"ALB.1","extra":[1]}])"));
+    Track odd;
+    odd.name = "odd";
+    EXPECT_EQ(tracks, (std::vector<Track>{trackWithId("Tra.2"), odd, Track(), trackWithId("Alb.1")}));
   }
-  for (const char* items : {"null", "{}", R"({"id":"tra.1"})", R"("tra.1")", "5",
-                            R"([{"id":"tra.1"}, 5])", R"([{"id":"tra.1"}, null])",
-                            R"([[{"id":"tra.1"}]])"}) {
-    EXPECT_EQ(row.serializer(answer(row.listKey, items)), std::nullopt) << items;
-  }
-  EXPECT_EQ(row.serializer(answer("items", R"([{"id":"tra.1"}])")), std::nullopt);
 }
-
-TEST_P(PlainSerializer, EmptyListIsPresentAndEmpty) {
-  const auto tracks = GetParam().serializer(answer(GetParam().listKey, "[]"));
-  ASSERT_TRUE(tracks.has_value());
-  EXPECT_TRUE(tracks->empty());
-}
-
-TEST_P(PlainSerializer, EveryElementBecomesOneTrackInOrder) {
-  const auto& row = GetParam();
-  const auto tracks = row.serializer(answer(
-      row.listKey, R"([{"id":"tra.2"}, {"id":5,"name":"odd"}, {}, {"id":"ALB.1","extra":[1]}])"));
-  Track odd;
-  odd.name = "odd";
-  EXPECT_EQ(tracks, (std::vector<Track>{trackWithId("Tra.2"), odd, Track(), trackWithId("Alb.1")}));
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Rows, PlainSerializer,
-    ::testing::Values(PlainRow{"Tracks", &TracksResponseToTracks, "tracks"},
-                      PlainRow{"PlaylistTracks", &PlaylistTracksResponseToTracks, "tracks"},
-                      PlainRow{"SearchTracks", &SearchTracksResponseToTracks, "data"},
-                      PlainRow{"ListeningHistory", &ListeningHistoryResponseToTracksSerializer,
-                               "tracks"}),
-    [](const auto& row) { return std::string(row.param.name); });
 
 TEST(ListeningHistorySerializer, AgreesWithTracksResponseToTracksForEveryInput) {
   for (const char* input : {"null", "[]", "{}", R"({"tracks":[]})", R"({"tracks":{}})",
@@ -84,59 +72,40 @@ TEST(ListeningHistorySerializer, AgreesWithTracksResponseToTracksForEveryInput) 
   }
 }
 
-struct LinkedRow {
-  const char* name;
-  Serializer serializer;
-  const char* listKey;
-};
+TEST(LinkedSerializers, TakeTheFirstLinkedTrackOfEachEntryAndSkipOddEntries) {
+  const SerializerRow rows[] = {
+      {"UserTopChart", &UserTopChartTracksResponseToTracksSerializer, "charts"},
+      {"Favorites", &FavoriteResponseToTracksSerializer, "favorites"}};
+  for (const SerializerRow& row : rows) {
+    SCOPED_TRACE(row.name);
+    for (const char* input : {"null", "[]", R"("x")", "{}"}) {
+      EXPECT_EQ(row.serializer(parse(input)), std::nullopt) << input;
+    }
+    for (const char* items : {"null", "{}", R"({"linked":{"tracks":[{"id":"tra.1"}]}})",
+                              R"([{"linked":{"tracks":[{"id":"tra.1"}]}}, 1])"}) {
+      EXPECT_EQ(row.serializer(answer(row.listKey, items)), std::nullopt) << items;
+    }
+    EXPECT_EQ(row.serializer(answer(row.listKey, "[]")), std::vector<Track>{});
+    // Every entry skipped is still a present, empty list.
+    EXPECT_EQ(row.serializer(answer(row.listKey, R"([{}, {"linked": {"tracks": []}}])")), std::vector<Track>{});
 
-class LinkedSerializer : public ::testing::TestWithParam<LinkedRow> {};
-
-TEST_P(LinkedSerializer, FailsOnlyOnTheShapeOfTheTopLevels) {
-  const auto& row = GetParam();
-  for (const char* input : {"null", "[]", R"("x")", "{}"}) {
-    EXPECT_EQ(row.serializer(parse(input)), std::nullopt) << input;
+    const auto tracks = row.serializer(answer(row.listKey, R"([
+        {"linked": {"tracks": [{"id": "tra.1"}]}},
+        {"id": "no linked member"},
+        {"linked": {"tracks": [{"id": "tra.2"}, {"id": "tra.3"}]}},
+        {"linked": null},
+        {"linked": [{"tracks": [{"id": "tra.4"}]}]},
+        {"linked": {}},
+        {"linked": {"tracks": []}},
+        {"linked": {"tracks": {"id": "tra.5"}}},
+        {"linked": {"tracks": [{"id": "tra.6"}, 7]}},
+        {"linked": {"tracks": ["tra.8"]}},
+        {"linked": {"tracks": [{}], "albums": [{"id": "alb.1"}]}},
+        {"linked": {"tracks": [{"id": "ALB.9"}]}}
+    ])"));
+    EXPECT_EQ(tracks, tracksWithIds({"Tra.1", "Tra.2", "", "Alb.9"}));
   }
-  for (const char* items : {"null", "{}", R"({"linked":{"tracks":[{"id":"tra.1"}]}})",
-                            R"([{"linked":{"tracks":[{"id":"tra.1"}]}}, 1])"}) {
-    EXPECT_EQ(row.serializer(answer(row.listKey, items)), std::nullopt) << items;
-  }
-  const auto empty = row.serializer(answer(row.listKey, "[]"));
-  ASSERT_TRUE(empty.has_value());
-  EXPECT_TRUE(empty->empty());
 }
-
-TEST_P(LinkedSerializer, TakesTheFirstLinkedTrackOfEachEntryAndSkipsOddEntries) {
-  const auto& row = GetParam();
-  const auto tracks = row.serializer(answer(row.listKey, R"([
-      {"linked": {"tracks": [{"id": "tra.1"}]}},
-      {"id": "no linked member"},
-      {"linked": {"tracks": [{"id": "tra.2"}, {"id": "tra.3"}]}},
-      {"linked": null},
-      {"linked": [{"tracks": [{"id": "tra.4"}]}]},
-      {"linked": {}},
-      {"linked": {"tracks": []}},
-      {"linked": {"tracks": {"id": "tra.5"}}},
-      {"linked": {"tracks": [{"id": "tra.6"}, 7]}},
-      {"linked": {"tracks": ["tra.8"]}},
-      {"linked": {"tracks": [{}], "albums": [{"id": "alb.1"}]}},
-      {"linked": {"tracks": [{"id": "ALB.9"}]}}
-  ])"));
-  EXPECT_EQ(tracks, tracksWithIds({"Tra.1", "Tra.2", "", "Alb.9"}));
-}
-
-TEST_P(LinkedSerializer, AllEntriesSkippedIsPresentAndEmpty) {
-  const auto& row = GetParam();
-  const auto tracks = row.serializer(answer(row.listKey, R"([{}, {"linked": {"tracks": []}}])"));
-  ASSERT_TRUE(tracks.has_value());
-  EXPECT_TRUE(tracks->empty());
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Rows, LinkedSerializer,
-    ::testing::Values(LinkedRow{"UserTopChart", &UserTopChartTracksResponseToTracksSerializer, "charts"},
-                      LinkedRow{"Favorites", &FavoriteResponseToTracksSerializer, "favorites"}),
-    [](const auto& row) { return std::string(row.param.name); });
 
 TEST(LinkedSerializers, ReadTheirOwnListKeyOnly) {
   const Json charts = answer("charts", R"([{"linked":{"tracks":[{"id":"tra.1"}]}}])");
@@ -161,17 +130,13 @@ class FixedUser : public CurrentUserProvider {
   mutable int calls_ = 0;
 };
 
-TEST(UserHintToUserID, ExplicitUserIsReturnedUnchangedWithoutAskingTheProvider) {
+TEST(UserHintToUserID, ExplicitUserAsGivenWithoutAskingTheProviderOtherwiseTheProvidersUser) {
   const FixedUser nobody(std::nullopt);
   EXPECT_EQ(UserHintToUserID(UserHint::user("u-1"), nobody), "u-1");
   EXPECT_EQ(UserHintToUserID(UserHint::user(""), nobody), "");
   EXPECT_EQ(UserHintToUserID(UserHint::user("cafe\xCC\x81"), nobody), "cafe\xCC\x81");
   EXPECT_EQ(nobody.calls(), 0);
-}
-
-TEST(UserHintToUserID, SignedInUserIsTheProvidersUser) {
-  EXPECT_EQ(UserHintToUserID(UserHint::currentUser(), FixedUser("amzn1.account.X")),
-            "amzn1.account.X");
+  EXPECT_EQ(UserHintToUserID(UserHint::currentUser(), FixedUser("amzn1.account.X")), "amzn1.account.X");
   EXPECT_EQ(UserHintToUserID(UserHint::currentUser(), FixedUser("")), "");
 }
 
