@@ -15,7 +15,7 @@
 namespace applogic::controllers_test {
 namespace {
 
-TEST(ErrorCode, OnlyRawValueOneIsACode) {
+TEST(ErrorCode, OnlyRawValueOneIsACodeAndItHashesToItsCaseIndex) {
   struct Row {
     std::int64_t raw;
     std::optional<ErrorCode> expected;
@@ -29,20 +29,16 @@ TEST(ErrorCode, OnlyRawValueOneIsACode) {
       {std::numeric_limits<std::int64_t>::min() + 1, std::nullopt},
   };
   for (const Row& row : rows) EXPECT_EQ(errorCodeFromRaw(row.raw), row.expected) << "raw " << row.raw;
-}
 
-TEST(ErrorCode, IsHashableAndHashesToItsCaseIndex) {
   const std::unordered_set<ErrorCode> codes{ErrorCode::unparsable, ErrorCode::unparsable};
   EXPECT_EQ(codes.size(), 1u);
   EXPECT_EQ(std::hash<ErrorCode>{}(ErrorCode::unparsable), 0u);
 }
 
-TEST(ParsingErrors, TypedAndGenericFormsCarryNoUserInformation) {
+// Neither form carries user information; the generic one as an observable emits no element.
+TEST(ParsingErrors, TypedAndGenericForms) {
   EXPECT_EQ(typedParsingError("TracksDataController"), (Error{"TracksDataController", 1, {}}));
   EXPECT_EQ(genericParsingError(), (Error{"Unknown parsing error", 0, {}}));
-}
-
-TEST(ParsingErrors, UnknownParsingErrorEmitsNoElementAndOneError) {
   EXPECT_EQ(collect(ParsingErrorObservable::unknownParsingError<std::vector<Track>>()),
             Log{"error:Unknown parsing error/0"});
   EXPECT_EQ(collect(ParsingErrorObservable::unknownParsingError<Track>()), Log{"error:Unknown parsing error/0"});

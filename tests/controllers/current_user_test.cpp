@@ -14,32 +14,21 @@ class FixedUser : public CurrentUserProvider {
   std::optional<std::string> guid_;
 };
 
-struct CurrentUserRow {
-  std::optional<std::string> signedIn;
-  const char* userID;
-  bool expected;
-  friend void PrintTo(const CurrentUserRow& row, std::ostream* out) {
-    *out << (row.signedIn ? '"' + *row.signedIn + '"' : std::string("nobody")) << " vs \"" << row.userID << '"';
+TEST(IsCurrentUser, ComparesTheSignedInIdAsText) {
+  const struct {
+    std::optional<std::string> signedIn;
+    const char* userID;
+    bool expected;
+  } rows[] = {
+      {std::nullopt, "", false}, {std::nullopt, "u-1", false}, {"u-1", "u-1", true}, {"", "", true},
+      {"u-1", "U-1", false},     {"u-1", "u-1 ", false},       {"u-1", "", false},    {"", "u-1", false},
+      // canonically equivalent spellings of "café"
+      {"caf\xC3\xA9", "cafe\xCC\x81", true}, {"caf\xC3\xA9", "cafe", false}};
+  for (const auto& row : rows) {
+    EXPECT_EQ(FixedUser(row.signedIn).isCurrentUser(row.userID), row.expected)
+        << row.signedIn.value_or("nobody") << " vs \"" << row.userID << '"';
   }
-};
-
-class IsCurrentUser : public ::testing::TestWithParam<CurrentUserRow> {};
-
-TEST_P(IsCurrentUser, ComparesTheSignedInIdAsText) {
-  const auto& row = GetParam();
-  EXPECT_EQ(FixedUser(row.signedIn).isCurrentUser(row.userID), row.expected);
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Rows, IsCurrentUser,
-    ::testing::Values(
-        CurrentUserRow{std::nullopt, "", false}, CurrentUserRow{std::nullopt, "u-1", false},
-        CurrentUserRow{"u-1", "u-1", true}, CurrentUserRow{"", "", true},
-        CurrentUserRow{"u-1", "U-1", false}, CurrentUserRow{"u-1", "u-1 ", false},
-        CurrentUserRow{"u-1", "", false}, CurrentUserRow{"", "u-1", false},
-        // canonically equivalent spellings of "café"
-        CurrentUserRow{"caf\xC3\xA9", "cafe\xCC\x81", true},
-        CurrentUserRow{"caf\xC3\xA9", "cafe", false}));
 
 TEST(UserHint, CasesAndExplicitIdsDecideEquality) {
   EXPECT_EQ(UserHint::user("a"), UserHint::user("a"));

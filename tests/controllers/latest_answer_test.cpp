@@ -24,50 +24,9 @@ struct LatestRow {
   std::string second;
 };
 
-void PrintTo(const LatestRow& row, std::ostream* out) { *out << row.name; }
-
 template <class T>
 rx::Observable<std::string> described(const rx::Observable<T>& source) {
   return source.map([](const T& value) { return describe(value); });
-}
-
-class LatestAnswer : public ::testing::TestWithParam<LatestRow> {
- protected:
-  Fixture f;
-  const LatestRow& row = GetParam();
-};
-
-TEST_P(LatestAnswer, EveryAnswerOfOneRequestGivesAList) {
-  row.script(f, Answer::sequence({row.answer({"1"}), row.answer({"2"})}));
-  EXPECT_EQ(collect(row.call(f)), (Log{row.first, row.second, "completed"}));
-}
-
-TEST_P(LatestAnswer, AnswerArrivingDuringDeliveryOfThePreviousOneFollowsIt) {
-  testing::Hold hold;
-  row.script(f, Answer::held(hold));
-  Log events;
-  row.call(f).subscribe(
-      [&](const std::string& value) {
-        events.push_back(value);
-        if (events.size() == 1) hold.emit(row.answer({"2"}));
-      },
-      [&](const Error& error) { events.push_back(describe(error)); }, [&] { events.push_back("completed"); });
-  hold.emit(row.answer({"1"}));
-  EXPECT_EQ(events, (Log{row.first, row.second}));
-  hold.complete();
-  EXPECT_EQ(events, (Log{row.first, row.second, "completed"}));
-}
-
-TEST_P(LatestAnswer, AnUnparsableLaterAnswerEndsTheStream) {
-  testing::Hold hold;
-  row.script(f, Answer::held(hold));
-  EventLog log;
-  log.subscribeTo(row.call(f));
-  hold.emit(row.answer({"1"}));
-  hold.emit(unparsableAnswer());
-  hold.emit(row.answer({"2"}));
-  EXPECT_EQ(log.events(), (Log{row.first, "error:Unknown parsing error/0"}));
-  EXPECT_FALSE(hold.hasWaitingRequests());
 }
 
 Json trackIds(const std::vector<std::string>& numbers) {
@@ -82,26 +41,72 @@ Json genreIds(const std::vector<std::string>& numbers) {
   return genresAnswer(ids);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Controllers, LatestAnswer,
-    ::testing::Values(
-        LatestRow{"getTopGenresObservable",
-                  [](Fixture& f) { return described(f.genres.getTopGenresObservable("en")); },
-                  [](Fixture& f, Answer a) { f.genreService->script("getTopGenres", std::move(a)); }, genreIds,
-                  "[g.1]", "[g.2]"},
-        LatestRow{"getGenreTopTracksObservable",
-                  [](Fixture& f) { return described(f.genres.getGenreTopTracksObservable("g.1", 10)); },
-                  [](Fixture& f, Answer a) { f.genreService->script("getGenreTopTracks", std::move(a)); }, trackIds,
-                  "[Tra.1]", "[Tra.2]"},
-        LatestRow{"getNewReleaseRecommendedTracks",
-                  [](Fixture& f) {
-                    return described(f.personalized.getNewReleaseRecommendedTracks(0, 10, rx::just(unit)));
-                  },
-                  [](Fixture& f, Answer a) {
-                    f.personalizedService->script("getNewReleaseRecommendedTracks", std::move(a));
-                  },
-                  trackIds, "[Tra.1]", "[Tra.2]"}),
-    [](const ::testing::TestParamInfo<LatestRow>& param) { return param.param.name; });
+const LatestRow kOperations[] = {
+    {"getTopGenresObservable",
+     [](Fixture& f) { return described(f.genres.getTopGenresObservable("en")); },
+     [](Fixture& f, Answer a) { f.genreService->script("getTopGenres", std::move(a)); }, genreIds,
+     "[g.1]", "[g.2]"},
+    {"getGenreTopTracksObservable",
+     [](Fixture& f) { return described(f.genres.getGenreTopTracksObservable("g.1", 10)); },
+     [](Fixture& f, Answer a) { f.genreService->script("getGenreTopTracks", std::move(a)); }, trackIds,
+     "[Tra.1]", "[Tra.2]"},
+    {"getNewReleaseRecommendedTracks",
+     [](Fixture& f) {
+       return described(f.personalized.getNewReleaseRecommendedTracks(0, 10, rx::just(unit)));
+     },
+     [](Fixture& f, Answer a) {
+       f.personalizedService->script("getNewReleaseRecommendedTracks", std::move(a));
+     },
+     trackIds, "[Tra.1]", "[Tra.2]"}};
+
+// Runs `body` once per operation, each over fresh scripted services.
+template <class Body>
+void forEachOperation(Body body) {
+  for (const LatestRow& row : kOperations) {
+    SCOPED_TRACE(row.name);
+    Fixture f;
+    body(f, row);
+  }
+}
+
+TEST(LatestAnswer, EveryAnswerOfOneRequestGivesAList) {
+  forEachOperation([](Fixture& f, const LatestRow& row) {
+    row.script(f, Answer::sequence({row.answer({"1"}), row.answer({"2"})}));
+    EXPECT_EQ(collect(row.call(f)), (Log{row.first, row.second, "completed"}));
+  });
+}
+
+TEST(LatestAnswer, AnswerArrivingDuringDeliveryOfThePreviousOneFollowsIt) {
+  forEachOperation([](Fixture& f, const LatestRow& row) {
+    testing::Hold hold;
+    row.script(f, Answer::held(hold));
+    Log events;
+    row.call(f).subscribe(
+        [&](const std::string& value) {
+          events.push_back(value);
+          if (events.size() == 1) hold.emit(row.answer({"2"}));
+        },
+        [&](const Error& error) { events.push_back(describe(error)); }, [&] { events.push_back("completed"); });
+    hold.emit(row.answer({"1"}));
+    EXPECT_EQ(events, (Log{row.first, row.second}));
+    hold.complete();
+    EXPECT_EQ(events, (Log{row.first, row.second, "completed"}));
+  });
+}
+
+TEST(LatestAnswer, AnUnparsableLaterAnswerEndsTheStream) {
+  forEachOperation([](Fixture& f, const LatestRow& row) {
+    testing::Hold hold;
+    row.script(f, Answer::held(hold));
+    EventLog log;
+    log.subscribeTo(row.call(f));
+    hold.emit(row.answer({"1"}));
+    hold.emit(unparsableAnswer());
+    hold.emit(row.answer({"2"}));
+    EXPECT_EQ(log.events(), (Log{row.first, "error:Unknown parsing error/0"}));
+    EXPECT_FALSE(hold.hasWaitingRequests());
+  });
+}
 
 }  // namespace
 }  // namespace applogic::controllers_test

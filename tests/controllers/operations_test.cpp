@@ -39,8 +39,6 @@ struct OperationRow {
   Log unparsableOutcome;
 };
 
-void PrintTo(const OperationRow& row, std::ostream* out) { *out << row.name; }
-
 std::vector<OperationRow> operationRows() {
   const Log twoTracks{"[Tra.1,Tra.2]", "completed"};
   const Log noTracks{"[]", "completed"};
@@ -140,75 +138,63 @@ std::vector<OperationRow> operationRows() {
   };
 }
 
-class Operation : public ::testing::TestWithParam<OperationRow> {
- protected:
-  Fixture f;
-  const OperationRow& row = GetParam();
-  ScriptedService& service() { return row.service(f); }
-  void answerWith(Answer answer) { service().script(row.expectedCall.operation, std::move(answer)); }
-};
-
-TEST_P(Operation, CallsItsServiceOnceWithTheArgumentsAndRequestsNothingUntilSubscribed) {
-  answerWith(Answer::json(row.answer));
-  const auto observable = row.call(f);
-  EXPECT_EQ(service().calls(), std::vector<ServiceCall>{row.expectedCall});
-  EXPECT_EQ(service().requests(row.expectedCall.operation), 0u);
-  collect(observable);
-  EXPECT_EQ(service().requests(row.expectedCall.operation), 1u);
+// Runs `body` once per operation, each over fresh scripted services.
+template <class Body>
+void forEachOperation(Body body) {
+  for (const OperationRow& row : operationRows()) {
+    SCOPED_TRACE(row.name);
+    Fixture f;
+    body(f, row, row.service(f), row.expectedCall.operation);
+  }
 }
 
-TEST_P(Operation, ParsesAGoodAnswer) {
-  answerWith(Answer::json(row.answer));
-  EXPECT_EQ(collect(row.call(f)), row.answered);
+TEST(Operation, RequestsOnEachSubscriptionOnlyAndParsesAGoodAnswer) {
+  forEachOperation([](Fixture& f, const OperationRow& row, ScriptedService& service, const std::string& operation) {
+    service.script(operation, Answer::json(row.answer));
+    const auto observable = row.call(f);
+    EXPECT_EQ(service.calls(), std::vector<ServiceCall>{row.expectedCall});
+    EXPECT_EQ(service.requests(operation), 0u);
+    EXPECT_EQ(collect(observable), row.answered);
+    EXPECT_EQ(service.requests(operation), 1u);
+    EXPECT_EQ(collect(observable), row.answered);
+    EXPECT_EQ(service.requests(operation), 2u);
+    EXPECT_EQ(service.calls().size(), 1u);
+  });
 }
 
-TEST_P(Operation, AnswerWithoutRecords) {
-  answerWith(Answer::json(row.emptyAnswer));
-  EXPECT_EQ(collect(row.call(f)), row.emptyOutcome);
+TEST(Operation, AnswersWithoutRecordsOrUnparsable) {
+  forEachOperation([](Fixture& f, const OperationRow& row, ScriptedService& service, const std::string& operation) {
+    service.script(operation, {Answer::json(row.emptyAnswer), Answer::json(unparsableAnswer())});
+    const auto observable = row.call(f);
+    EXPECT_EQ(collect(observable), row.emptyOutcome);
+    EXPECT_EQ(collect(observable), row.unparsableOutcome);
+  });
 }
 
-TEST_P(Operation, UnparsableAnswer) {
-  answerWith(Answer::json(unparsableAnswer()));
-  EXPECT_EQ(collect(row.call(f)), row.unparsableOutcome);
+// A failure arrives unchanged, and the next request gets its own answer.
+TEST(Operation, ServiceFailureArrivesUnchangedAndTheNextRequestGetsItsOwnAnswer) {
+  forEachOperation([](Fixture& f, const OperationRow& row, ScriptedService& service, const std::string& operation) {
+    service.script(operation, {Answer::failure(transportError()), Answer::json(row.answer)});
+    const auto observable = row.call(f);
+    EXPECT_EQ(collect(observable), Log{describe(transportError())});
+    EXPECT_EQ(collect(observable), row.answered);
+  });
 }
 
-TEST_P(Operation, ServiceFailureArrivesUnchanged) {
-  answerWith(Answer::failure(transportError()));
-  EXPECT_EQ(collect(row.call(f)), Log{describe(transportError())});
+TEST(Operation, NothingArrivesAfterDisposal) {
+  forEachOperation([](Fixture& f, const OperationRow& row, ScriptedService& service, const std::string& operation) {
+    testing::Hold hold;
+    service.script(operation, Answer::held(hold));
+    EventLog log;
+    rx::Disposable subscription = log.subscribeTo(row.call(f));
+    ASSERT_TRUE(hold.hasWaitingRequests());
+    subscription.dispose();
+    EXPECT_FALSE(hold.hasWaitingRequests());
+    hold.emit(row.answer);
+    hold.complete();
+    EXPECT_EQ(log.events(), Log{});
+  });
 }
-
-TEST_P(Operation, EachSubscriptionRequestsAgain) {
-  answerWith(Answer::json(row.answer));
-  const auto observable = row.call(f);
-  EXPECT_EQ(collect(observable), row.answered);
-  EXPECT_EQ(collect(observable), row.answered);
-  EXPECT_EQ(service().requests(row.expectedCall.operation), 2u);
-  EXPECT_EQ(service().calls().size(), 1u);
-}
-
-TEST_P(Operation, SecondRequestGetsItsOwnAnswer) {
-  service().script(row.expectedCall.operation,
-                   {Answer::failure(transportError()), Answer::json(row.answer)});
-  const auto observable = row.call(f);
-  EXPECT_EQ(collect(observable), Log{describe(transportError())});
-  EXPECT_EQ(collect(observable), row.answered);
-}
-
-TEST_P(Operation, NothingArrivesAfterDisposal) {
-  testing::Hold hold;
-  answerWith(Answer::held(hold));
-  EventLog log;
-  rx::Disposable subscription = log.subscribeTo(row.call(f));
-  ASSERT_TRUE(hold.hasWaitingRequests());
-  subscription.dispose();
-  EXPECT_FALSE(hold.hasWaitingRequests());
-  hold.emit(row.answer);
-  hold.complete();
-  EXPECT_EQ(log.events(), Log{});
-}
-
-INSTANTIATE_TEST_SUITE_P(Controllers, Operation, ::testing::ValuesIn(operationRows()),
-                         [](const ::testing::TestParamInfo<OperationRow>& param) { return param.param.name; });
 
 }  // namespace
 }  // namespace applogic::controllers_test

@@ -62,59 +62,46 @@ struct PagedRow {
   Json (*page)(const std::vector<std::string>&);
 };
 
-void PrintTo(const PagedRow& row, std::ostream* out) { *out << row.name; }
-
-class PagedOperation : public ::testing::TestWithParam<PagedRow> {};
-
-TEST_P(PagedOperation, NextPageAskedForDuringDeliveryArrivesAfterIt) {
-  const PagedRow& row = GetParam();
-  Fixture f;
-  row.script(f, {Answer::json(row.page({"Tra.1"})), Answer::json(row.page({"Tra.2"})),
-                 Answer::json(row.page({"Tra.3"}))});
-  rx::PublishSubject<Unit> nextPage;
-  Log events;
-  row.call(f, nextPage.asObservable())
-      .subscribe(
-          [&](const std::vector<Track>& page) {
-            events.push_back(describe(page));
-            if (events.size() < 3) {
-              nextPage.onNext(unit);
-            } else {
-              nextPage.onCompleted();
-            }
-          },
-          [&](const Error& error) { events.push_back(describe(error)); }, [&] { events.push_back("completed"); });
-  nextPage.onNext(unit);
-  EXPECT_EQ(events, (Log{"[Tra.1]", "[Tra.2]", "[Tra.3]", "completed"}));
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Controllers, PagedOperation,
-    ::testing::Values(
-        PagedRow{"getUserFavoriteTracks",
-                 [](Fixture& f, rx::Observable<Unit> trigger) {
-                   return f.users.getUserFavoriteTracks("me", 0, 1, std::move(trigger));
-                 },
-                 [](Fixture& f, std::vector<Answer> pages) {
-                   f.favoritesService->script("getCurrentUserFavorites", std::move(pages));
-                 },
-                 favoritesAnswer},
-        PagedRow{"getNewReleaseRecommendedTracks",
-                 [](Fixture& f, rx::Observable<Unit> trigger) {
-                   return f.personalized.getNewReleaseRecommendedTracks(0, 1, std::move(trigger));
-                 },
-                 [](Fixture& f, std::vector<Answer> pages) {
-                   f.personalizedService->script("getNewReleaseRecommendedTracks", std::move(pages));
-                 },
-                 [](const std::vector<std::string>& ids) { return tracksAnswer(ids); }}),
-    [](const ::testing::TestParamInfo<PagedRow>& param) { return param.param.name; });
-
-TEST(FavoriteTrack, AsksForExactlyOnePageOfOne) {
-  Fixture f;
-  f.favoritesService->script("getCurrentUserFavorites", Answer::json(favoritesAnswer({"Tra.1", "Tra.2"})));
-  EXPECT_EQ(collect(f.users.getFavoriteTrack("someone")), (Log{"Tra.1", "completed"}));
-  EXPECT_EQ(f.favoritesService->calls(), (std::vector<ServiceCall>{{"getCurrentUserFavorites", {"3", "0", "1"}}}));
-  EXPECT_EQ(f.favoritesService->requests("getCurrentUserFavorites"), 1u);
+TEST(PagedOperation, NextPageAskedForDuringDeliveryArrivesAfterIt) {
+  const PagedRow rows[] = {
+      {"getUserFavoriteTracks",
+       [](Fixture& f, rx::Observable<Unit> trigger) {
+         return f.users.getUserFavoriteTracks("me", 0, 1, std::move(trigger));
+       },
+       [](Fixture& f, std::vector<Answer> pages) {
+         f.favoritesService->script("getCurrentUserFavorites", std::move(pages));
+       },
+       favoritesAnswer},
+      {"getNewReleaseRecommendedTracks",
+       [](Fixture& f, rx::Observable<Unit> trigger) {
+         return f.personalized.getNewReleaseRecommendedTracks(0, 1, std::move(trigger));
+       },
+       [](Fixture& f, std::vector<Answer> pages) {
+         f.personalizedService->script("getNewReleaseRecommendedTracks", std::move(pages));
+       },
+       [](const std::vector<std::string>& ids) { return tracksAnswer(ids); }},
+  };
+  for (const PagedRow& row : rows) {
+    SCOPED_TRACE(row.name);
+    Fixture f;
+    row.script(f, {Answer::json(row.page({"Tra.1"})), Answer::json(row.page({"Tra.2"})),
+                   Answer::json(row.page({"Tra.3"}))});
+    rx::PublishSubject<Unit> nextPage;
+    Log events;
+    row.call(f, nextPage.asObservable())
+        .subscribe(
+            [&](const std::vector<Track>& page) {
+              events.push_back(describe(page));
+              if (events.size() < 3) {
+                nextPage.onNext(unit);
+              } else {
+                nextPage.onCompleted();
+              }
+            },
+            [&](const Error& error) { events.push_back(describe(error)); }, [&] { events.push_back("completed"); });
+    nextPage.onNext(unit);
+    EXPECT_EQ(events, (Log{"[Tra.1]", "[Tra.2]", "[Tra.3]", "completed"}));
+  }
 }
 
 // ---- update streams ----
@@ -129,31 +116,68 @@ struct UpdateStreamRow {
   std::vector<ServiceCall> callsOfOneRead;
 };
 
-void PrintTo(const UpdateStreamRow& row, std::ostream* out) { *out << row.name; }
+const UpdateStreamRow kUpdateStreams[] = {
+    {"getUserTopChartsTracksObservable",
+        [](Fixture& f) { return f.users.getUserTopChartsTracksObservable(); },
+        [](Fixture& f) -> const rx::PublishSubject<UserResultUpdate>& {
+          return f.chartsService->topChartsUpdatedSubject();
+        },
+        [](Fixture& f) -> const rx::PublishSubject<UserResultUpdate>& {
+          return f.chartsService->topChartsRefreshedSubject();
+        },
+        chartsAnswer,
+        [](Fixture& f) -> testing::ScriptedService& { return *f.chartsService; },
+        {{"topChartsUpdated", {}}, {"topChartsRefreshed", {}}}},
+    {"getUserRecentTracksUpdated",
+        [](Fixture& f) { return f.users.getUserRecentTracksUpdated(); },
+        [](Fixture& f) -> const rx::PublishSubject<UserResultUpdate>& {
+          return f.historyService->recentTracksUpdatedSubject();
+        },
+        [](Fixture& f) -> const rx::PublishSubject<UserResultUpdate>& {
+          return f.historyService->recentTracksRefreshedSubject();
+        },
+        [](const std::vector<std::string>& ids) { return tracksAnswer(ids); },
+        [](Fixture& f) -> testing::ScriptedService& { return *f.historyService; },
+        {{"recentTracksUpdated", {}}, {"recentTracksRefreshed", {}}}}};
 
-class UpdateStream : public ::testing::TestWithParam<UpdateStreamRow> {
- protected:
-  Fixture f;
-  const UpdateStreamRow& row = GetParam();
-  const rx::PublishSubject<UserResultUpdate>& first() { return row.first(f); }
-  const rx::PublishSubject<UserResultUpdate>& second() { return row.second(f); }
-};
-
-TEST_P(UpdateStream, EachReadAsksTheServiceForBothStreamsInOrder) {
-  (void)row.read(f);
-  (void)row.read(f);
-  std::vector<ServiceCall> twice = row.callsOfOneRead;
-  twice.insert(twice.end(), row.callsOfOneRead.begin(), row.callsOfOneRead.end());
-  EXPECT_EQ(row.service(f).calls(), twice);
+// Runs `body` once per update stream, each over fresh scripted services.
+template <class Body>
+void forEachStream(Body body) {
+  for (const UpdateStreamRow& row : kUpdateStreams) {
+    SCOPED_TRACE(row.name);
+    Fixture f;
+    body(f, row);
+  }
 }
 
-TEST_P(UpdateStream, UpdatesOfBothStreamsArriveAsTheyCome) {
-  EventLog log;
-  log.subscribeTo(row.read(f));
-  second().onNext(success(UserHint::user("u2"), row.answer({"Tra.2"})));
-  first().onNext(success(UserHint::user("u1"), row.answer({"Tra.1", "Tra.3"})));
-  second().onNext(success(UserHint::user("u2"), row.answer({})));
-  EXPECT_EQ(log.events(), (Log{"u2:[Tra.2]", "u1:[Tra.1,Tra.3]", "u2:[]"}));
+TEST(UpdateStream, EachReadAsksTheServiceForBothStreamsInOrderAndIsAStreamOfItsOwn) {
+  forEachStream([](Fixture& f, const UpdateStreamRow& row) {
+    EventLog ended;
+    EventLog running;
+    const rx::Disposable first = ended.subscribeTo(row.read(f));
+    running.subscribeTo(row.read(f));
+    std::vector<ServiceCall> twice = row.callsOfOneRead;
+    twice.insert(twice.end(), row.callsOfOneRead.begin(), row.callsOfOneRead.end());
+    EXPECT_EQ(row.service(f).calls(), twice);
+    first.dispose();
+    row.second(f).onNext(success(UserHint::user("u1"), row.answer({"Tra.1"})));
+    EXPECT_EQ(ended.events(), Log{});
+    EXPECT_EQ(running.events(), Log{"u1:[Tra.1]"});
+  });
+}
+
+TEST(UpdateStream, UpdatesOfBothStreamsArriveAsTheyComeUntilBothComplete) {
+  forEachStream([](Fixture& f, const UpdateStreamRow& row) {
+    EventLog log;
+    log.subscribeTo(row.read(f));
+    row.second(f).onNext(success(UserHint::user("u2"), row.answer({"Tra.2"})));
+    row.first(f).onNext(success(UserHint::user("u1"), row.answer({"Tra.1", "Tra.3"})));
+    row.first(f).onCompleted();
+    row.second(f).onNext(success(UserHint::user("u2"), row.answer({})));
+    EXPECT_EQ(log.events(), (Log{"u2:[Tra.2]", "u1:[Tra.1,Tra.3]", "u2:[]"}));
+    row.second(f).onCompleted();
+    EXPECT_EQ(log.events(), (Log{"u2:[Tra.2]", "u1:[Tra.1,Tra.3]", "u2:[]", "completed"}));
+  });
 }
 
 struct HintCase {
@@ -162,104 +186,60 @@ struct HintCase {
   std::string expectedUserID;
 };
 
-TEST_P(UpdateStream, AnExplicitUserIsKeptWhoeverIsSignedIn) {
-  const std::vector<HintCase> cases{
-      {"me", UserHint::user("u1"), "u1"},
-      {"u2", UserHint::user("u1"), "u1"},
-      {std::nullopt, UserHint::user("u1"), "u1"},
-      {"me", UserHint::user(""), ""},
-      {"me", UserHint::currentUser(), "me"},
-  };
-  for (const auto& c : cases) {
-    Fixture fresh;
-    fresh.currentUser->setUserGuid(c.signedIn);
+// An explicit user is kept whoever is signed in; otherwise the user signed in at the time of
+// the update.
+TEST(UpdateStream, TheUserOfEachUpdate) {
+  forEachStream([](Fixture& f, const UpdateStreamRow& row) {
+    const std::vector<HintCase> cases{
+        {"me", UserHint::user("u1"), "u1"},
+        {"u2", UserHint::user("u1"), "u1"},
+        {std::nullopt, UserHint::user("u1"), "u1"},
+        {"me", UserHint::user(""), ""},
+        {"me", UserHint::currentUser(), "me"},
+    };
+    for (const auto& c : cases) {
+      Fixture fresh;
+      fresh.currentUser->setUserGuid(c.signedIn);
+      EventLog log;
+      log.subscribeTo(row.read(fresh));
+      row.first(fresh).onNext(success(c.hint, row.answer({"Tra.1"})));
+      EXPECT_EQ(log.events(), Log{c.expectedUserID + ":[Tra.1]"}) << "signed in: " << c.signedIn.value_or("nobody");
+    }
+
     EventLog log;
-    log.subscribeTo(row.read(fresh));
-    row.first(fresh).onNext(success(c.hint, row.answer({"Tra.1"})));
-    EXPECT_EQ(log.events(), Log{c.expectedUserID + ":[Tra.1]"}) << "signed in: " << c.signedIn.value_or("nobody");
-  }
+    log.subscribeTo(row.read(f));
+    row.first(f).onNext(success(UserHint::currentUser(), row.answer({"Tra.1"})));
+    f.currentUser->setUserGuid("someone-else");
+    row.second(f).onNext(success(UserHint::currentUser(), row.answer({"Tra.2"})));
+    EXPECT_EQ(log.events(), (Log{"me:[Tra.1]", "someone-else:[Tra.2]"}));
+  });
 }
 
-TEST_P(UpdateStream, TheSignedInUserIsTheOneAtTheTimeOfTheUpdate) {
-  EventLog log;
-  log.subscribeTo(row.read(f));
-  first().onNext(success(UserHint::currentUser(), row.answer({"Tra.1"})));
-  f.currentUser->setUserGuid("someone-else");
-  second().onNext(success(UserHint::currentUser(), row.answer({"Tra.2"})));
-  EXPECT_EQ(log.events(), (Log{"me:[Tra.1]", "someone-else:[Tra.2]"}));
-}
+// A failure result, or an unparsable answer, on either stream ends the merged stream.
+TEST(UpdateStream, AFailureOrAnUnparsableAnswerEndsTheMergedStreamForBothStreams) {
+  forEachStream([](Fixture& f, const UpdateStreamRow& row) {
+    for (bool failFirst : {true, false}) {
+      Fixture fresh;
+      const auto& failing = failFirst ? row.first(fresh) : row.second(fresh);
+      const auto& other = failFirst ? row.second(fresh) : row.first(fresh);
+      EventLog log;
+      log.subscribeTo(row.read(fresh));
+      other.onNext(success(UserHint::user("u1"), row.answer({"Tra.1"})));
+      failing.onNext(failure(UserHint::user("u1"), transportError()));
+      other.onNext(success(UserHint::user("u1"), row.answer({"Tra.2"})));
+      failing.onNext(success(UserHint::user("u1"), row.answer({"Tra.3"})));
+      EXPECT_EQ(log.events(), (Log{"u1:[Tra.1]", describe(transportError())})) << "failing first: " << failFirst;
+      EXPECT_FALSE(row.first(fresh).hasObservers());
+      EXPECT_FALSE(row.second(fresh).hasObservers());
+    }
 
-TEST_P(UpdateStream, AFailureResultEndsTheMergedStreamForBothStreams) {
-  for (bool failFirst : {true, false}) {
-    Fixture fresh;
-    const auto& failing = failFirst ? row.first(fresh) : row.second(fresh);
-    const auto& other = failFirst ? row.second(fresh) : row.first(fresh);
     EventLog log;
-    log.subscribeTo(row.read(fresh));
-    other.onNext(success(UserHint::user("u1"), row.answer({"Tra.1"})));
-    failing.onNext(failure(UserHint::user("u1"), transportError()));
-    other.onNext(success(UserHint::user("u1"), row.answer({"Tra.2"})));
-    failing.onNext(success(UserHint::user("u1"), row.answer({"Tra.3"})));
-    EXPECT_EQ(log.events(), (Log{"u1:[Tra.1]", describe(transportError())})) << "failing first: " << failFirst;
-    EXPECT_FALSE(row.first(fresh).hasObservers());
-    EXPECT_FALSE(row.second(fresh).hasObservers());
-  }
+    log.subscribeTo(row.read(f));
+    row.second(f).onNext(success(UserHint::user("u1"), unparsableAnswer()));
+    row.first(f).onNext(success(UserHint::user("u1"), row.answer({"Tra.1"})));
+    EXPECT_EQ(log.events(), Log{"error:UsersTracksDataController/1"});
+  });
 }
-
-TEST_P(UpdateStream, AnUnparsableAnswerFailsWithTheTypedError) {
-  EventLog log;
-  log.subscribeTo(row.read(f));
-  second().onNext(success(UserHint::user("u1"), unparsableAnswer()));
-  first().onNext(success(UserHint::user("u1"), row.answer({"Tra.1"})));
-  EXPECT_EQ(log.events(), Log{"error:UsersTracksDataController/1"});
-}
-
-TEST_P(UpdateStream, EachReadIsAStreamOfItsOwn) {
-  EventLog ended;
-  EventLog running;
-  const rx::Disposable first = ended.subscribeTo(row.read(f));
-  running.subscribeTo(row.read(f));
-  first.dispose();
-  second().onNext(success(UserHint::user("u1"), row.answer({"Tra.1"})));
-  EXPECT_EQ(ended.events(), Log{});
-  EXPECT_EQ(running.events(), Log{"u1:[Tra.1]"});
-}
-
-TEST_P(UpdateStream, CompletesWhenBothServiceStreamsComplete) {
-  EventLog log;
-  log.subscribeTo(row.read(f));
-  first().onCompleted();
-  EXPECT_EQ(log.events(), Log{});
-  second().onCompleted();
-  EXPECT_EQ(log.events(), Log{"completed"});
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Controllers, UpdateStream,
-    ::testing::Values(
-        UpdateStreamRow{"getUserTopChartsTracksObservable",
-                        [](Fixture& f) { return f.users.getUserTopChartsTracksObservable(); },
-                        [](Fixture& f) -> const rx::PublishSubject<UserResultUpdate>& {
-                          return f.chartsService->topChartsUpdatedSubject();
-                        },
-                        [](Fixture& f) -> const rx::PublishSubject<UserResultUpdate>& {
-                          return f.chartsService->topChartsRefreshedSubject();
-                        },
-                        chartsAnswer,
-                        [](Fixture& f) -> testing::ScriptedService& { return *f.chartsService; },
-                        {{"topChartsUpdated", {}}, {"topChartsRefreshed", {}}}},
-        UpdateStreamRow{"getUserRecentTracksUpdated",
-                        [](Fixture& f) { return f.users.getUserRecentTracksUpdated(); },
-                        [](Fixture& f) -> const rx::PublishSubject<UserResultUpdate>& {
-                          return f.historyService->recentTracksUpdatedSubject();
-                        },
-                        [](Fixture& f) -> const rx::PublishSubject<UserResultUpdate>& {
-                          return f.historyService->recentTracksRefreshedSubject();
-                        },
-                        [](const std::vector<std::string>& ids) { return tracksAnswer(ids); },
-                        [](Fixture& f) -> testing::ScriptedService& { return *f.historyService; },
-                        {{"recentTracksUpdated", {}}, {"recentTracksRefreshed", {}}}}),
-    [](const ::testing::TestParamInfo<UpdateStreamRow>& param) { return param.param.name; });
 
 }  // namespace
 }  // namespace applogic::controllers_test
