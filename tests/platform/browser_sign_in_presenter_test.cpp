@@ -49,7 +49,8 @@ TEST(BrowserSignInPresenter, StartsTheConfiguredCommandWithTheAddressAsItsOneArg
   fs::remove_all(dir);
 }
 
-TEST(BrowserSignInPresenter, ReportsWhatCannotBeStarted) {
+// Only the browser is offered, and what it cannot start is reported.
+TEST(BrowserSignInPresenter, OffersOnlyTheBrowserAndReportsWhatCannotBeStarted) {
   const auto missing = platform::makeBrowserSignInPresenter(testDir() / "no-such-browser");
   EXPECT_FALSE(missing->openURL("https://example.com/"));
   const auto notInPath = platform::makeBrowserSignInPresenter("no-such-browser-in-path");
@@ -60,17 +61,15 @@ TEST(BrowserSignInPresenter, ReportsWhatCannotBeStarted) {
   EXPECT_FALSE(presenter->openURL(""));
   EXPECT_FALSE(presenter->openURL("--help"));
   fs::remove_all(dir);
-}
 
-TEST(BrowserSignInPresenter, OffersOnlyTheBrowser) {
-  const auto presenter = platform::makeBrowserSignInPresenter();
-  EXPECT_FALSE(presenter->canOpenAppURL("amzn-sso://x"));
-  EXPECT_FALSE(presenter->openAppURL("amzn-sso://x"));
-  EXPECT_FALSE(presenter->inAppBrowserAvailable());
-  EXPECT_FALSE(presenter->presentInAppBrowser("https://example.com/"));
-  EXPECT_FALSE(presenter->webViewAvailable());
-  EXPECT_FALSE(presenter->presentWebView("https://example.com/", "amzn-x://", [](const std::string&) {}));
-  presenter->dismiss();
+  const auto standard = platform::makeBrowserSignInPresenter();
+  EXPECT_FALSE(standard->canOpenAppURL("amzn-sso://x"));
+  EXPECT_FALSE(standard->openAppURL("amzn-sso://x"));
+  EXPECT_FALSE(standard->inAppBrowserAvailable());
+  EXPECT_FALSE(standard->presentInAppBrowser("https://example.com/"));
+  EXPECT_FALSE(standard->webViewAvailable());
+  EXPECT_FALSE(standard->presentWebView("https://example.com/", "amzn-x://", [](const std::string&) {}));
+  standard->dismiss();
 }
 
 }  // namespace

@@ -4,21 +4,14 @@
 
 #include <atomic>
 #include <chrono>
-#include <cmath>
-#include <condition_variable>
-#include <cstdint>
 #include <fstream>
-#include <mutex>
 #include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
-#include "applogic/audio/audio_preview_controller.h"
-#include "applogic/platform/desktop_audio_session.h"
 #include "applogic/platform/run_loop.h"
-#include "applogic/support/log.h"
 #include "platform/wav_clip.h"
+#include "run_until_quit.h"
 
 namespace applogic {
 namespace {
@@ -26,39 +19,6 @@ namespace {
 using test::writeClip;
 
 Url fileUrl(const std::string& path) { return *Url::parse("file://" + path); }
-
-// Runs the loop until a handler quits it. A guard thread quits it too after a generous while, so
-// that a port that never reports fails the test instead of hanging it; no assertion is timed.
-class LoopGuard {
- public:
-  explicit LoopGuard(platform::RunLoop& loop) : loop_(loop) {}
-  // True when the loop was quit by the test, false when the guard had to.
-  bool run() {
-    bool expired = false;
-    std::thread guard([&] {
-      std::unique_lock lock(mutex_);
-      if (!wake_.wait_for(lock, std::chrono::seconds(30), [&] { return done_; })) {
-        expired = true;
-        loop_.quit();
-      }
-    });
-    loop_.run();
-    {
-      std::lock_guard lock(mutex_);
-      done_ = true;
-    }
-    wake_.notify_one();
-    guard.join();
-    done_ = false;
-    return !expired;
-  }
-
- private:
-  platform::RunLoop& loop_;
-  std::mutex mutex_;
-  std::condition_variable wake_;
-  bool done_ = false;
-};
 
 class GStreamerMediaPlayerTest : public ::testing::Test {
  protected:
@@ -70,7 +30,6 @@ class GStreamerMediaPlayerTest : public ::testing::Test {
   std::shared_ptr<platform::RunLoop> loop = std::make_shared<platform::RunLoop>();
   std::shared_ptr<platform::NotificationCenter> center = platform::makeNotificationCenter();
   std::shared_ptr<platform::MediaPlayerFactory> factory;
-  LoopGuard guard{*loop};
 };
 
 TEST_F(GStreamerMediaPlayerTest, AClipPlaysToItsEndAndAgainAfterARewind) {
@@ -86,13 +45,13 @@ TEST_F(GStreamerMediaPlayerTest, AClipPlaysToItsEndAndAgainAfterARewind) {
   EXPECT_EQ(player->duration(), std::nullopt);
   player->replaceCurrentItem(item);
   player->play();
-  ASSERT_TRUE(guard.run());
+  ASSERT_TRUE(test::runUntilQuit(*loop));
   // 1600 samples at 8 kHz: the length of the clip as written, not a measured time.
   EXPECT_EQ(player->duration(), std::chrono::milliseconds(200));
   EXPECT_GT(player->currentTime(), std::chrono::milliseconds(100));
   player->seek(std::chrono::seconds(0));
   player->play();
-  ASSERT_TRUE(guard.run());
+  ASSERT_TRUE(test::runUntilQuit(*loop));
   const std::string end = std::string(platform::kMediaPlayerItemDidPlayToEndTimeNotification) + " on main";
   EXPECT_EQ(seen, (std::vector<std::string>{end, end}));
   EXPECT_EQ(rates, (std::vector<float>{0.0f, 1.0f, 0.0f, 1.0f, 0.0f}));
@@ -113,7 +72,7 @@ TEST_F(GStreamerMediaPlayerTest, WhatCannotBePlayedPostsTheFailure) {
     });
     player->replaceCurrentItem(item);
     player->play();
-    ASSERT_TRUE(guard.run());
+    ASSERT_TRUE(test::runUntilQuit(*loop));
     EXPECT_EQ(seen, std::vector<std::string>{std::string(platform::kMediaPlayerItemFailedToPlayToEndTimeNotification)});
     EXPECT_EQ(player->rate(), 0.0f);
     center->removeObserver(token);
@@ -131,56 +90,16 @@ TEST_F(GStreamerMediaPlayerTest, TheFirstBufferHookRunsOncePerLoadedItem) {
   // The sink sees every buffer before the end it reports, so the count is final at each end.
   player->replaceCurrentItem(hooked->makeItem(clip));
   player->play();
-  ASSERT_TRUE(guard.run());
+  ASSERT_TRUE(test::runUntilQuit(*loop));
   EXPECT_EQ(firstBuffers->load(), 1);
   player->seek(std::chrono::seconds(0));
   player->play();
-  ASSERT_TRUE(guard.run());
+  ASSERT_TRUE(test::runUntilQuit(*loop));
   EXPECT_EQ(firstBuffers->load(), 1);
   player->replaceCurrentItem(hooked->makeItem(clip));
   player->play();
-  ASSERT_TRUE(guard.run());
+  ASSERT_TRUE(test::runUntilQuit(*loop));
   EXPECT_EQ(firstBuffers->load(), 2);
-  center->removeObserver(quitAtEnd);
-}
-
-struct CapturingSink : LogSink {
-  std::vector<std::string> lines;
-  void write(std::string_view line) override { lines.emplace_back(line); }
-};
-
-TEST_F(GStreamerMediaPlayerTest, ThePreviewControllerPlaysAClipToItsEndKeepsItAndLogsAFailure) {
-  platform::Platform platform;
-  platform.mainThread = loop;
-  platform.notificationCenter = center;
-  platform.mediaPlayers = factory;
-  auto session = std::make_shared<VXAudioSession>(std::make_shared<platform::DesktopAudioSession>(center), center);
-  session->setIsApplicationInBackground([] { return false; });
-  AudioPreviewController controller(session, platform);
-  std::vector<bool> playing;
-  std::optional<Track> current;
-  controller.isPlaying().subscribe([&](bool value) { playing.push_back(value); });
-  controller.currentTrack().subscribe([&](const std::optional<Track>& track) { current = track; });
-  auto quitAtEnd = center->addObserver(std::nullopt, nullptr, [&](const platform::Notification&) { loop->quit(); });
-
-  const Track track("tra.clip", "Clip", 1, false, "", "", "", "", true, fileUrl(writeClip("gst_preview.wav", 0.2)).string());
-  controller.changeTrack(track);
-  controller.resume();
-  ASSERT_TRUE(guard.run());
-  EXPECT_EQ(playing, (std::vector<bool>{false, true, true, false}));
-  EXPECT_EQ(current, track);
-  controller.resume();
-  ASSERT_TRUE(guard.run());
-  EXPECT_EQ(playing, (std::vector<bool>{false, true, true, false, true, false}));
-
-  auto sink = std::make_shared<CapturingSink>();
-  ScopedLogSink scope(sink);
-  controller.changeTrack(Track("tra.gone", "Gone", 1, false, "", "", "", "", true,
-                               fileUrl(::testing::TempDir() + "gst_gone.wav").string()));
-  controller.resume();
-  ASSERT_TRUE(guard.run());
-  EXPECT_EQ(sink->lines, std::vector<std::string>{"AudioPreviewController Failed to play to the end"});
-  EXPECT_EQ(playing.back(), false);
   center->removeObserver(quitAtEnd);
 }
 
