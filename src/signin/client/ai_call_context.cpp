@@ -15,7 +15,25 @@ AICallContext::AICallContext(AICallMethod method, std::shared_ptr<AIAuthenticati
       UID_(std::move(UID)),
       scopes_(std::move(scopes)) {}
 
+namespace {
+
+// How the platform reads a text as a boolean: blanks, then an optional sign and zeros, then "Y",
+// "y", "T", "t" or a digit 1-9 means true; what follows does not matter. The app's login service
+// passes "YES" and "NO".
+bool textReadsAsTrue(std::string_view text) noexcept {
+  std::size_t i = 0;
+  while (i < text.size() && (text[i] == ' ' || text[i] == '\t' || text[i] == '\n' || text[i] == '\r')) ++i;
+  if (i < text.size() && (text[i] == '+' || text[i] == '-')) ++i;
+  while (i < text.size() && text[i] == '0') ++i;
+  if (i == text.size()) return false;
+  const char c = text[i];
+  return c == 'Y' || c == 'y' || c == 'T' || c == 't' || (c >= '1' && c <= '9');
+}
+
+}  // namespace
+
 bool AICallContext::boolOption(std::string_view key) const noexcept {
+  if (const auto text = json::string(options_, key)) return textReadsAsTrue(*text);
   return json::boolean(options_, key).value_or(false);
 }
 

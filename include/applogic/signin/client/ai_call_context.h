@@ -14,10 +14,10 @@
 namespace applogic::signin {
 
 /// Keys of a call's `options` (`authorizeUserForScopes`, `getProfile`).
-inline constexpr std::string_view kAIOptionReturnAuthorizationCode = "return_authorization_code";  ///< boolean
+inline constexpr std::string_view kAIOptionReturnAuthorizationCode = "return_authorization_code";  ///< boolean (`boolOption`)
 inline constexpr std::string_view kAIOptionCodeChallenge = "code_challenge";                       ///< string
 inline constexpr std::string_view kAIOptionCodeChallengeMethod = "code_challenge_method";          ///< string
-inline constexpr std::string_view kAIOptionSandboxMode = "sandbox_mode";                           ///< boolean
+inline constexpr std::string_view kAIOptionSandboxMode = "sandbox_mode";                           ///< boolean (`boolOption`)
 inline constexpr std::string_view kAIOptionScopeData = "scope_data";                               ///< string
 /// The override parameter of `getAccessTokenForScopes` ("YES" in any letter case forces a refresh).
 inline constexpr std::string_view kAIOverrideForceRefresh = "force_refresh";
@@ -60,7 +60,9 @@ class AICallContext {
   const std::vector<std::string>& scopes() const noexcept { return scopes_; }
   void setScopes(std::vector<std::string> scopes) { scopes_ = std::move(scopes); }
 
-  /// The boolean option `key`: true only for a JSON true.
+  /// The boolean option `key`: true for a JSON true, and for a text the platform reads as true
+  /// (after blanks, an optional sign and zeros, "Y", "y", "T", "t" or a digit 1-9: "YES",
+  /// "true", "1"); false for anything else, missing included.
   bool boolOption(std::string_view key) const noexcept;
   /// The string option `key`; absent when missing or not a string.
   std::optional<std::string_view> stringOption(std::string_view key) const noexcept;
