@@ -14,7 +14,7 @@ using test::Recorder;
 using test::testError;
 using Log = std::vector<std::string>;
 
-TEST(Just, EmitsOnceThenCompletesOnEverySubscription) {
+TEST(JustAndError, JustEmitsOnceThenCompletesOnEverySubscriptionErrorFailsWithoutElements) {
   Recorder<int> first;
   Recorder<int> second;
   const auto source = just(5);
@@ -22,12 +22,10 @@ TEST(Just, EmitsOnceThenCompletesOnEverySubscription) {
   second.subscribeTo(source);
   EXPECT_EQ(first.events(), (Log{"5", "completed"}));
   EXPECT_EQ(second.events(), (Log{"5", "completed"}));
-}
 
-TEST(Error, FailsWithoutElements) {
-  Recorder<int> recorder;
-  recorder.subscribeTo(error<int>(testError("d", 3)));
-  EXPECT_EQ(recorder.events(), (Log{"error:d/3"}));
+  Recorder<int> failed;
+  failed.subscribeTo(error<int>(testError("d", 3)));
+  EXPECT_EQ(failed.events(), (Log{"error:d/3"}));
 }
 
 TEST(Create, EachSubscriptionRunsTheFunctionAgain) {
@@ -58,37 +56,32 @@ TEST(Create, IgnoresEverythingAfterATerminalEvent) {
   EXPECT_EQ(recorder.events(), (Log{"1", "error:test/7"}));
 }
 
-enum class Ending { completed, failed, disposed, abandoned };
-
-class CreateResource : public ::testing::TestWithParam<Ending> {};
-
-TEST_P(CreateResource, IsReleasedExactlyOnceAfterEveryKindOfEnding) {
-  int releases = 0;
-  std::optional<AnyObserver<int>> held;
-  const Ending ending = GetParam();
-  const auto source = create<int>([&](AnyObserver<int> observer) {
-    if (ending != Ending::abandoned) held = observer;
-    return Disposable::create([&releases] { ++releases; });
-  });
-  Disposable subscription = source.subscribe();
-  EXPECT_EQ(releases, ending == Ending::abandoned ? 1 : 0);
-  switch (ending) {
-    case Ending::completed: held->onCompleted(); break;
-    case Ending::failed: held->onError(testError()); break;
-    case Ending::disposed: subscription.dispose(); break;
-    case Ending::abandoned: break;
+TEST(CreateResource, IsReleasedExactlyOnceAfterEveryKindOfEnding) {
+  enum class Ending { completed, failed, disposed, abandoned };
+  for (const Ending ending : {Ending::completed, Ending::failed, Ending::disposed, Ending::abandoned}) {
+    SCOPED_TRACE(static_cast<int>(ending));
+    int releases = 0;
+    std::optional<AnyObserver<int>> held;
+    const auto source = create<int>([&](AnyObserver<int> observer) {
+      if (ending != Ending::abandoned) held = observer;
+      return Disposable::create([&releases] { ++releases; });
+    });
+    Disposable subscription = source.subscribe();
+    EXPECT_EQ(releases, ending == Ending::abandoned ? 1 : 0);
+    switch (ending) {
+      case Ending::completed: held->onCompleted(); break;
+      case Ending::failed: held->onError(testError()); break;
+      case Ending::disposed: subscription.dispose(); break;
+      case Ending::abandoned: break;
+    }
+    EXPECT_EQ(releases, 1);
+    subscription.dispose();
+    if (held) held->onCompleted();
+    held.reset();
+    EXPECT_EQ(releases, 1);
+    EXPECT_TRUE(subscription.isDisposed());
   }
-  EXPECT_EQ(releases, 1);
-  subscription.dispose();
-  if (held) held->onCompleted();
-  held.reset();
-  EXPECT_EQ(releases, 1);
-  EXPECT_TRUE(subscription.isDisposed());
 }
-
-INSTANTIATE_TEST_SUITE_P(Endings, CreateResource,
-                         ::testing::Values(Ending::completed, Ending::failed, Ending::disposed,
-                                           Ending::abandoned));
 
 TEST(Dispose, StopsDeliveryAtOnce) {
   std::optional<AnyObserver<int>> held;
@@ -111,12 +104,9 @@ TEST(From, EmitsInOrderThenCompletes) {
   Recorder<int> recorder;
   recorder.subscribeTo(from(std::vector<int>{1, 2, 3}));
   EXPECT_EQ(recorder.events(), (Log{"1", "2", "3", "completed"}));
-}
-
-TEST(From, EmptyListOnlyCompletes) {
-  Recorder<int> recorder;
-  recorder.subscribeTo(from(std::vector<int>{}));
-  EXPECT_EQ(recorder.events(), (Log{"completed"}));
+  Recorder<int> empty;
+  empty.subscribeTo(from(std::vector<int>{}));
+  EXPECT_EQ(empty.events(), (Log{"completed"}));
 }
 
 TEST(From, DisposingFromInsideOnNextStopsTheLoop) {
@@ -144,27 +134,22 @@ TEST(From, NestedSubscriptionsInterleaveOneElementAtATime) {
   EXPECT_EQ(recorder.events(), (Log{"10", "11", "20", "21", "completed"}));
 }
 
-TEST(Map, TransformsEveryElementAndPassesTerminalEventsThrough) {
+TEST(Map, TransformsEveryElementOncePerSubscriptionAndPassesTerminalEventsThrough) {
+  int calls = 0;
+  const auto source = from(std::vector<int>{1, 2}).map([&calls](int v) {
+    ++calls;
+    return std::to_string(v) + "!";
+  });
+  EXPECT_EQ(calls, 0);
   Recorder<std::string> recorder;
-  recorder.subscribeTo(
-      from(std::vector<int>{1, 2}).map([](int v) { return std::to_string(v) + "!"; }));
+  recorder.subscribeTo(source);
   EXPECT_EQ(recorder.events(), (Log{"1!", "2!", "completed"}));
+  source.subscribe();
+  EXPECT_EQ(calls, 4);
 
   Recorder<int> failed;
   failed.subscribeTo(error<int>(testError()).map([](int v) { return v + 1; }));
   EXPECT_EQ(failed.events(), (Log{"error:test/7"}));
-}
-
-TEST(Map, RunsTheTransformOncePerSubscription) {
-  int calls = 0;
-  const auto source = just(1).map([&calls](int v) {
-    ++calls;
-    return v;
-  });
-  EXPECT_EQ(calls, 0);
-  source.subscribe();
-  source.subscribe();
-  EXPECT_EQ(calls, 2);
 }
 
 TEST(Disposables, BagDisposesOnDestructionAndCompositeDisposesLateAdditions) {

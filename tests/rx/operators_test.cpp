@@ -93,18 +93,16 @@ TEST(FlatMap, FirstErrorIsDeliveredOnceAndCancelsEverything) {
   EXPECT_EQ(recorder.events(), (Log{"error:first/7"}));
 }
 
-TEST(FlatMap, ScalarInnersAreDeliveredWithoutSubscribing) {
+TEST(FlatMap, ScalarInnersAreDeliveredInOrderAndAnErrorInnerEndsTheStream) {
   Recorder<int> recorder;
   recorder.subscribeTo(from(std::vector<int>{1, 2, 3}).flatMap([](int x) { return just(x * 2); }));
   EXPECT_EQ(recorder.events(), (Log{"2", "4", "6", "completed"}));
-}
 
-TEST(FlatMap, AnInnerErrorFromAFailingSerializerPathEndsTheStream) {
-  Recorder<int> recorder;
-  recorder.subscribeTo(from(std::vector<int>{1, 2, 3}).flatMap([](int x) {
+  Recorder<int> failed;
+  failed.subscribeTo(from(std::vector<int>{1, 2, 3}).flatMap([](int x) {
     return x == 2 ? error<int>(testError("bad", 1)) : just(x);
   }));
-  EXPECT_EQ(recorder.events(), (Log{"1", "error:bad/1"}));
+  EXPECT_EQ(failed.events(), (Log{"1", "error:bad/1"}));
 }
 
 TEST(FlatMapLatest, DisposesThePreviousInnerBeforeSubscribingTheNext) {

@@ -14,7 +14,7 @@ using test::Recorder;
 using test::testError;
 using Log = std::vector<std::string>;
 
-TEST(PublishSubject, DeliversOnlyWhatIsPushedAfterSubscribing) {
+TEST(PublishSubject, DeliversOnlyWhatIsPushedAfterSubscribingAndLateSubscribersOnlyTheEnd) {
   PublishSubject<int> subject;
   subject.onNext(1);
   Recorder<int> recorder;
@@ -23,14 +23,12 @@ TEST(PublishSubject, DeliversOnlyWhatIsPushedAfterSubscribing) {
   subject.onCompleted();
   subject.onNext(3);
   EXPECT_EQ(recorder.events(), (Log{"2", "completed"}));
-}
 
-TEST(PublishSubject, LateSubscribersReceiveTheTerminalEventAtOnce) {
-  PublishSubject<int> subject;
-  subject.onError(testError());
-  Recorder<int> recorder;
-  EXPECT_TRUE(recorder.subscribeTo(subject.asObservable()).isDisposed());
-  EXPECT_EQ(recorder.events(), (Log{"error:test/7"}));
+  PublishSubject<int> failed;
+  failed.onError(testError());
+  Recorder<int> late;
+  EXPECT_TRUE(late.subscribeTo(failed.asObservable()).isDisposed());
+  EXPECT_EQ(late.events(), (Log{"error:test/7"}));
 }
 
 TEST(PublishSubject, DisposedSubscriberIsRemoved) {
@@ -44,13 +42,20 @@ TEST(PublishSubject, DisposedSubscriberIsRemoved) {
   EXPECT_EQ(recorder.events(), Log{});
 }
 
-TEST(BehaviorSubject, ReplaysTheCurrentValueThenFollows) {
+// Fed through its observer side too; after completion, subscribers get only the completion.
+TEST(BehaviorSubject, ReplaysTheCurrentValueThenFollowsUntilCompletion) {
   BehaviorSubject<int> subject(1);
   subject.onNext(2);
   Recorder<int> recorder;
   recorder.subscribeTo(subject.asObservable());
-  subject.onNext(3);
-  EXPECT_EQ(recorder.events(), (Log{"2", "3"}));
+  const AnyObserver<int> input = subject.asObserver();
+  input.onNext(3);
+  EXPECT_EQ(subject.value(), 3);
+  input.onCompleted();
+  EXPECT_EQ(recorder.events(), (Log{"2", "3", "completed"}));
+  Recorder<int> late;
+  late.subscribeTo(subject.asObservable());
+  EXPECT_EQ(late.events(), (Log{"completed"}));
   EXPECT_EQ(subject.value(), 3);
 }
 
@@ -63,15 +68,6 @@ TEST(BehaviorSubject, AValuePushedDuringTheReplayReachesTheNewSubscriber) {
   });
   EXPECT_EQ(seen, (std::vector<int>{1, 2}));
   EXPECT_EQ(subject.value(), 2);
-}
-
-TEST(BehaviorSubject, AfterCompletionSubscribersGetOnlyTheCompletion) {
-  BehaviorSubject<int> subject(1);
-  subject.onCompleted();
-  Recorder<int> recorder;
-  recorder.subscribeTo(subject.asObservable());
-  EXPECT_EQ(recorder.events(), (Log{"completed"}));
-  EXPECT_EQ(subject.value(), 1);
 }
 
 TEST(Variable, HoldsAValueReplaysItAndCompletesSubscribersWhenDestroyed) {
@@ -104,16 +100,6 @@ TEST(Subjects, ASubjectDestroyedWithoutTerminatingReleasesItsSubscriptions) {
   // Nothing is left that could deliver, so nothing may keep the chain alive.
   EXPECT_TRUE(watch.expired());
   EXPECT_TRUE(subscription.isDisposed());
-}
-
-TEST(Subjects, AsObserverFeedsTheSubject) {
-  BehaviorSubject<int> subject(0);
-  Recorder<int> recorder;
-  recorder.subscribeTo(subject.asObservable());
-  const AnyObserver<int> input = subject.asObserver();
-  input.onNext(4);
-  input.onCompleted();
-  EXPECT_EQ(recorder.events(), (Log{"0", "4", "completed"}));
 }
 
 TEST(Blocking, CollectsEverythingUntilTermination) {
