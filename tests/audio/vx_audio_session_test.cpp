@@ -105,37 +105,30 @@ TEST_F(VXAudioSessionTest, InTheBackgroundActivationAndDeactivationSucceedWithou
   EXPECT_EQ(backend.setActiveCalls(), std::vector<bool>{true});
 }
 
-TEST_F(VXAudioSessionTest, AFailedActivationRollsBackToZeroWithTheSessionError) {
+// A failed switch of the platform rolls the count back and reports the session's own error,
+// also to a caller without an error slot.
+TEST_F(VXAudioSessionTest, AFailedSwitchRollsTheCountBackWithTheSessionError) {
+  EXPECT_EQ(VXAudioSessionErrorDomain, "VXAudioSessionErrorDomain");
+  EXPECT_EQ(VXAudioSessionOSStatusKey, "VXAudioSessionOSStatusKey");
   backend.failSetActive(Error{"PlatformDomain", 561017449, {}});
   Error error;
   EXPECT_FALSE(session->setActive(true, &error));
   EXPECT_EQ(error, kSessionError);
   EXPECT_EQ(session->activeCount(), 0);
+  EXPECT_FALSE(session->setActive(true, nullptr));
+  EXPECT_EQ(session->activeCount(), 0);
 
   backend.failSetActive(std::nullopt);
   EXPECT_TRUE(setActive(true));
   EXPECT_EQ(session->activeCount(), 1);
-  EXPECT_EQ(backend.setActiveCalls(), (std::vector<bool>{true, true}));
-}
+  EXPECT_EQ(backend.setActiveCalls(), (std::vector<bool>{true, true, true}));
 
-TEST_F(VXAudioSessionTest, AFailedDeactivationRollsBackToOneWithTheSessionError) {
-  ASSERT_TRUE(setActive(true));
   backend.failSetActive(Error{"PlatformDomain", 1, {}});
-  Error error;
-  EXPECT_FALSE(session->setActive(false, &error));
-  EXPECT_EQ(error, kSessionError);
+  Error deactivationError;
+  EXPECT_FALSE(session->setActive(false, &deactivationError));
+  EXPECT_EQ(deactivationError, kSessionError);
   EXPECT_EQ(session->activeCount(), 1);
   EXPECT_TRUE(backend.isActive());
-}
-
-TEST_F(VXAudioSessionTest, AFailureWithoutAnErrorSlotIsStillReported) {
-  backend.failSetActive(Error{"PlatformDomain", 1, {}});
-  EXPECT_FALSE(session->setActive(true, nullptr));
-}
-
-TEST_F(VXAudioSessionTest, TheConstantsHaveTheirPublishedValues) {
-  EXPECT_EQ(VXAudioSessionErrorDomain, "VXAudioSessionErrorDomain");
-  EXPECT_EQ(VXAudioSessionOSStatusKey, "VXAudioSessionOSStatusKey");
 }
 
 using VXAudioSessionDeathTest = VXAudioSessionTest;
@@ -274,7 +267,7 @@ TEST_F(VXAudioSessionTest, AnInjectedInterruptionIsStoredAndReachesWatchers) {
   EXPECT_EQ(calls, (std::vector<std::pair<VXAudioSessionInterruptState, bool>>{{VXAudioSessionInterruptStateEnded, true}}));
 }
 
-TEST_F(VXAudioSessionTest, OwningAudioSessionFollowsTheStateUntilDisposed) {
+TEST_F(VXAudioSessionTest, OwningAudioSessionStartsFromTheCurrentStateAndFollowsItUntilDisposed) {
   std::vector<bool> owning;
   auto subscription = session->owningAudioSession().subscribe([&](bool value) { owning.push_back(value); });
   backend.postInterruption(1);
@@ -285,14 +278,11 @@ TEST_F(VXAudioSessionTest, OwningAudioSessionFollowsTheStateUntilDisposed) {
   EXPECT_EQ(owning, (std::vector<bool>{true, false, true, false}));
   EXPECT_TRUE(session->interruptWatchers().empty());
   EXPECT_EQ(center->registered(), 0u);
-}
 
-TEST_F(VXAudioSessionTest, OwningAudioSessionStartsFromTheCurrentState) {
   session->doInterrupt(VXAudioSessionInterruptStateInterrupted, false);
-  std::vector<bool> owning;
-  auto subscription = session->owningAudioSession().subscribe([&](bool value) { owning.push_back(value); });
+  owning.clear();
+  session->owningAudioSession().subscribe([&](bool value) { owning.push_back(value); }).dispose();
   EXPECT_EQ(owning, std::vector<bool>{false});
-  subscription.dispose();
 }
 
 // --- properties ------------------------------------------------------------------------------
