@@ -98,9 +98,12 @@ class HoldingRoute {
     });
   }
   // Waits (at most 30 s, so that a stuck client fails the test) until a client went away.
+  // Each client that went away is reported once.
   bool waitUntilClientGone() {
     std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, std::chrono::seconds(30), [this] { return clientGone_; });
+    const bool gone = changed_.wait_for(lock, std::chrono::seconds(30), [this] { return clientGone_; });
+    clientGone_ = false;
+    return gone;
   }
   void release() { released_.store(true); }
 
@@ -302,16 +305,24 @@ TEST_F(CurlHttpClientTest, ManyRequestsAtOnceAllFinish) {
   for (const auto& outcome : outcomes) EXPECT_EQ(outcome.body, kHelloBody);
 }
 
-TEST_F(CurlHttpClientTest, DestroyingTheConnectionStopsTheTransferAndItsHandlers) {
-  Outcome outcome;
-  auto connection = client->start({.url = http.url("/hold")}, recordInto(outcome, *loop, /*quitOnData=*/true));
-  ASSERT_TRUE(test::runUntilQuit(*loop));
-  ASSERT_EQ(outcome.events, (std::vector<std::string>{"response", "data"}));
+TEST_F(CurlHttpClientTest, DestroyingTheConnectionOrTheClientStopsTheTransferWithoutCallingAnyHandler) {
+  for (const bool destroyClient : {false, true}) {
+    SCOPED_TRACE(destroyClient ? "the client" : "the connection");
+    Outcome outcome;
+    auto connection = client->start({.url = http.url("/hold")}, recordInto(outcome, *loop, /*quitOnData=*/true));
+    ASSERT_TRUE(test::runUntilQuit(*loop));
+    ASSERT_EQ(outcome.events, (std::vector<std::string>{"response", "data"}));
 
-  connection.reset();
-  EXPECT_TRUE(holding.waitUntilClientGone());
-  loop->runUntilIdle();
-  EXPECT_EQ(outcome.events, (std::vector<std::string>{"response", "data"}));
+    if (destroyClient) {
+      client.reset();
+    } else {
+      connection.reset();
+    }
+    EXPECT_TRUE(holding.waitUntilClientGone());
+    loop->runUntilIdle();
+    EXPECT_EQ(outcome.events, (std::vector<std::string>{"response", "data"}));
+    connection.reset();  // outlives its client harmlessly
+  }
 }
 
 TEST_F(CurlHttpClientTest, AHandlerMayDestroyItsOwnConnectionAndHearsNothingMore) {
@@ -330,19 +341,6 @@ TEST_F(CurlHttpClientTest, AHandlerMayDestroyItsOwnConnectionAndHearsNothingMore
   const Outcome later = get(http.url("/fail"));
   EXPECT_EQ(later.events, (std::vector<std::string>{"response", "data", "finish"}));
   EXPECT_EQ(outcome.events, std::vector<std::string>{"response"});
-}
-
-TEST_F(CurlHttpClientTest, DestroyingTheClientCancelsWhatIsRunningWithoutCallingAnyHandler) {
-  Outcome outcome;
-  auto connection = client->start({.url = http.url("/hold")}, recordInto(outcome, *loop, /*quitOnData=*/true));
-  ASSERT_TRUE(test::runUntilQuit(*loop));
-  ASSERT_EQ(outcome.events, (std::vector<std::string>{"response", "data"}));
-
-  client.reset();
-  EXPECT_TRUE(holding.waitUntilClientGone());
-  loop->runUntilIdle();
-  EXPECT_EQ(outcome.events, (std::vector<std::string>{"response", "data"}));
-  connection.reset();  // outlives its client harmlessly
 }
 
 TEST_F(CurlHttpClientTest, CookiesSetByTheServerAreSentBackAndDeletedForAUrl) {
