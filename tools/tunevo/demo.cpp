@@ -22,6 +22,7 @@
 #include "tunevo/demo_audio.h"
 #include "tunevo/demo_giphy.h"
 #include "tunevo/demo_playlists.h"
+#include "tunevo/demo_signin.h"
 #include "tunevo/demo_support.h"
 #include "tunevo/exit_codes.h"
 
@@ -43,8 +44,9 @@ constexpr std::string_view kUsage =
     "\n"
     "Runs the data controllers over scripted music and Giphy services that answer with the bundled\n"
     "sample answers, and prints what an app would receive: records, and errors with their domain\n"
-    "and code. Then plays a generated 1.5 s tone through AudioPreviewController (through the null\n"
-    "sink when there is no sound device). Needs no network and no account.\n";
+    "and code. Then signs in against a local sign-in server started in this process, with a\n"
+    "scripted browser, and plays a generated 1.5 s tone through AudioPreviewController (through\n"
+    "the null sink when there is no sound device). Needs no network and no account.\n";
 
 Answer sample(std::string_view name) { return sampleAnswer(name); }
 
@@ -112,7 +114,8 @@ class Demo {
     genreSection();
     showPlaylists(out_);
     showGiphy(out_);
-    return showAudio(out_, std::cerr);
+    const bool signedIn = showSignIn(out_, std::cerr);
+    return showAudio(out_, std::cerr) && signedIn;
   }
 
  private:

@@ -12,6 +12,7 @@
 #include "tunevo/parse.h"
 #include "tunevo/play.h"
 #include "tunevo/redirect_socket.h"
+#include "tunevo/signin_commands.h"
 #include "tunevo/url_handler.h"
 
 namespace {
@@ -36,6 +37,10 @@ constexpr Command kCommands[] = {
     {"emulator", "signin [OPTIONS]", "run the local sign-in server until Ctrl-C", &tunevo::runEmulator},
     {"url-handler", "install|remove", "register tunevo for the app's sign-in redirect scheme", &tunevo::runUrlHandler},
     {"handle-url", "URL", "hand a sign-in redirect to the waiting tunevo", &tunevo::runHandleUrl},
+    {"login", "[OPTIONS]", "sign in with an Amazon account in the browser", &tunevo::runLogin},
+    {"token", "[--force-refresh]", "print the access token, refreshed when needed", &tunevo::runToken},
+    {"profile", "[OPTIONS]", "print the signed-in user's profile (JSON)", &tunevo::runProfile},
+    {"logout", "[OPTIONS]", "sign out: forget the tokens and the profile", &tunevo::runLogout},
 };
 
 void printUsage(std::ostream& out) {

@@ -1,0 +1,191 @@
+// `tunevo login`, `token`, `profile` and `logout` as a user runs them, against the local sign-in
+// server over TLS: the browser is a small script that plays the user on the sign-in page and hands
+// the redirect in with `tunevo handle-url`, as the desktop would.
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "emulator/signin_server.h"
+#include "signin/client_fixture.h"
+#include "tools/tunevo_process.h"
+#include "tunevo/signin_commands.h"
+
+namespace tunevo::test {
+namespace {
+
+namespace fs = std::filesystem;
+namespace signin = applogic::signin;
+
+void writeFile(const fs::path& path, const std::string& text) { std::ofstream(path, std::ios::binary) << text; }
+
+class SignInCommandsTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    // Short: the redirect socket's path must fit a UNIX socket address.
+    dir_ = fs::path(::testing::TempDir()) / ("tsi" + std::to_string(::getpid()) + "_" + std::to_string(++serial_));
+    fs::remove_all(dir_);
+    fs::create_directories(dir_ / "runtime");
+    ::chmod((dir_ / "runtime").c_str(), 0700);
+    if (const char* old = std::getenv("XDG_RUNTIME_DIR")) oldRuntime_ = old;
+    ::setenv("XDG_RUNTIME_DIR", (dir_ / "runtime").c_str(), 1);
+
+    applogic::emulator::SignInServerOptions options;
+    options.bundleId = signin::test::kPackage;
+    options.clientId = signin::test::kClientId;
+    auto started = applogic::emulator::SignInServer::start(std::move(options));
+    ASSERT_TRUE(started.ok()) << started.error();
+    server_ = std::move(started).value();
+    const std::string base = server_->baseUrl();
+    writeFile(dir_ / "app-manifest.json",
+              R"({"CFBundleIdentifier": ")" + std::string(signin::test::kPackage) + R"(", "APIKey": ")" +
+                  signin::test::apiKeyFor(base + "/ap/oa", base + "/auth/o2/token") + R"("})");
+    writeFile(dir_ / "issuer.pub", signin::test::issuerKeys().publicPem);
+    writeBrowser("browser", "signin");
+    writeBrowser("cancelling-browser", "cancel");
+  }
+  void TearDown() override {
+    if (oldRuntime_) ::setenv("XDG_RUNTIME_DIR", oldRuntime_->c_str(), 1);
+    else ::unsetenv("XDG_RUNTIME_DIR");
+    server_.reset();
+    fs::remove_all(dir_);
+  }
+
+  // A browser that opens the sign-in page it is given, submits the form with `action` ("signin"
+  // with the test account, or "cancel") and hands the address it is redirected to to tunevo.
+  void writeBrowser(const std::string& name, const std::string& action) {
+    const fs::path path = dir_ / name;
+    const std::string ca = "'" + server_->caPath().string() + "'";
+    writeFile(path, "#!/bin/sh\n"
+                    "exec >&2\n"
+                    "page=$(curl -sS --cacert " + ca + " \"$1\") || exit 1\n"
+                    "id=$(printf '%s' \"$page\" | sed -n 's/.*name=\"signin_request\" value=\"\\([^\"]*\\)\".*/\\1/p')\n"
+                    "location=$(curl -sS --cacert " + ca + " -o /dev/null -D - -d \"signin_request=$id\""
+                    " --data-urlencode email=listener@tunevo.test --data-urlencode password=tunevo-password"
+                    " -d action=" + action + " '" + server_->baseUrl() + "/ap/oa'"
+                    " | sed -n 's/^[Ll]ocation: //p' | tr -d '\\r')\n"
+                    "exec '" + std::string(TUNEVO_EXECUTABLE) + "' handle-url \"$location\"\n");
+    ::chmod(path.c_str(), 0700);
+  }
+
+  // `tunevo COMMAND` with the options every test shares; `extra` follows them.
+  Outcome run(const std::string& command, const std::string& extra = "") {
+    return runTunevo(command + " --manifest '" + (dir_ / "app-manifest.json").string() + "' --public-key '" +
+                     (dir_ / "issuer.pub").string() + "' --ca-file '" + server_->caPath().string() +
+                     "' --profile-endpoint '" + server_->baseUrl() + "/user/profile' --store '" +
+                     (dir_ / "store.sqlite3").string() + "' --timeout 30 " + extra);
+  }
+
+  std::size_t tokenRequests(const std::string& grant) const {
+    std::size_t count = 0;
+    for (const auto& request : server_->requests()) {
+      for (const auto& [name, value] : request.form) count += name == "grant_type" && value == grant;
+    }
+    return count;
+  }
+
+  static inline int serial_ = 0;
+  fs::path dir_;
+  std::optional<std::string> oldRuntime_;
+  std::unique_ptr<applogic::emulator::SignInServer> server_;
+};
+
+TEST_F(SignInCommandsTest, SignsInInTheBrowserThenServesTokenAndProfileAndSignsOut) {
+  const Outcome login = run("login", "--browser '" + (dir_ / "browser").string() + "'");
+  ASSERT_EQ(login.status, 0) << login.err;
+  EXPECT_EQ(tokenRequests("authorization_code"), 1u);
+  const std::string prefix = "email: listener@tunevo.test\nuser id: tunevo.account.TESTLISTENER1\naccess token: ";
+  ASSERT_EQ(login.out.rfind(prefix, 0), 0u) << login.out;
+  const std::string masked = login.out.substr(prefix.size());
+
+  // The stored token, then a refreshed one; each is the one the login masked, or its successor.
+  const Outcome stored = run("token");
+  ASSERT_EQ(stored.status, 0) << stored.err;
+  EXPECT_EQ(maskedToken(stored.out.substr(0, stored.out.size() - 1)) + "\n", masked);
+  const Outcome refreshed = run("token", "--force-refresh");
+  ASSERT_EQ(refreshed.status, 0) << refreshed.err;
+  EXPECT_NE(refreshed.out, stored.out);
+  EXPECT_EQ(tokenRequests("refresh_token"), 1u);
+
+  const Outcome profile = run("profile");
+  ASSERT_EQ(profile.status, 0) << profile.err;
+  EXPECT_NE(profile.out.find(R"("email":"listener@tunevo.test")"), std::string::npos) << profile.out;
+  EXPECT_NE(profile.out.find(R"("user_id":"tunevo.account.TESTLISTENER1")"), std::string::npos) << profile.out;
+
+  // Signed in already: no browser is needed.
+  const Outcome again = run("login", "--browser /bin/false");
+  EXPECT_EQ(again.status, 0) << again.err;
+
+  const Outcome logout = run("logout");
+  EXPECT_EQ(logout.status, 0) << logout.err;
+  EXPECT_EQ(logout.out, "signed out\n");
+  const Outcome after = run("token");
+  EXPECT_EQ(after.status, 1);
+  EXPECT_EQ(after.out, "");
+  EXPECT_EQ(after.err, "tunevo token: AIError code 1: The refresh token is invalid, expired or revoked.\n");
+}
+
+TEST_F(SignInCommandsTest, ALoginEndsWithTheErrorWhenTheUserCancelsOrTheKeyIsNotValid) {
+  const Outcome cancelled = run("login", "--browser '" + (dir_ / "cancelling-browser").string() + "'");
+  EXPECT_EQ(cancelled.status, 1);
+  EXPECT_NE(cancelled.err.find("tunevo login: AIError code 4: The user cancelled the sign-in.\n"), std::string::npos)
+      << cancelled.err;
+
+  // Without the issuer's public key no API key is valid.
+  const Outcome unverified = runTunevo("login --manifest '" + (dir_ / "app-manifest.json").string() +
+                                       "' --store '" + (dir_ / "store.sqlite3").string() + "'");
+  EXPECT_EQ(unverified.status, 1);
+  EXPECT_EQ(unverified.err.rfind("tunevo login: AIError code 6: APIKey for the Application is invalid.\n", 0), 0u)
+      << unverified.err;
+}
+
+TEST_F(SignInCommandsTest, ALoginWithoutAnswerEndsAtItsTimeout) {
+  const Outcome silent = run("login", "--browser /bin/true --timeout 1");
+  EXPECT_EQ(silent.status, 75);
+  EXPECT_NE(silent.err.find("tunevo login: no answer within 1 s\n"), std::string::npos) << silent.err;
+}
+
+TEST(SignInCommands, BadOptionsAreUsageErrors) {
+  const struct {
+    const char* arguments;
+    const char* problem;
+  } rows[] = {
+      {"token --bogus", "unknown option '--bogus'"},
+      {"login --force-refresh", "unknown option '--force-refresh'"},
+      {"profile now", "unexpected argument 'now'"},
+      {"logout --store", "--store needs a value"},
+      {"token --timeout 0", "--timeout takes a whole number of seconds from 1 to 86400"},
+      {"login --manifest ''", "--manifest needs a value"},
+  };
+  for (const auto& row : rows) {
+    const Outcome run = runTunevo(row.arguments);
+    EXPECT_EQ(run.status, 64) << row.arguments;
+    const std::string command = std::string(row.arguments).substr(0, std::string(row.arguments).find(' '));
+    EXPECT_EQ(run.err.rfind("tunevo " + command + ": " + row.problem + "\nusage: tunevo " + command, 0), 0u)
+        << run.err;
+  }
+  const Outcome help = runTunevo("token --help");
+  EXPECT_EQ(help.status, 0);
+  EXPECT_EQ(help.out.rfind("usage: tunevo token [--force-refresh] [OPTIONS]", 0), 0u) << help.out;
+  const Outcome missing = runTunevo("profile --public-key /nonexistent/issuer.pub");
+  EXPECT_EQ(missing.status, 66);
+}
+
+TEST(SignInCommands, TheAccessTokenIsMaskedToItsFirstSixCharacters) {
+  EXPECT_EQ(maskedToken("Atza|IwEBIExampleToken"), "Atza|I\u2026");
+  EXPECT_EQ(maskedToken("Atza|Iw"), "Atza|I\u2026");
+  EXPECT_EQ(maskedToken("Atza|I"), "\u2026");
+  EXPECT_EQ(maskedToken(""), "\u2026");
+}
+
+}  // namespace
+}  // namespace tunevo::test

@@ -1,0 +1,121 @@
+#pragma once
+
+// `tunevo login`, `tunevo token`, `tunevo profile` and `tunevo logout`: the account sign-in client
+// on the Linux ports, driven from the command line.
+
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <iosfwd>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+#include "applogic/platform/linux_platform.h"
+#include "applogic/signin/client/ai_mobile_lib.h"
+#include "applogic/signin/client/client_configuration.h"
+#include "applogic/support/json.h"
+
+namespace tunevo {
+
+/// The options the four commands share, as given on the command line (absent: the default).
+struct SignInCommandOptions {
+  std::optional<std::filesystem::path> manifest;         ///< --manifest FILE
+  std::optional<std::string> publicKey;                  ///< --public-key PEM (a file, or the PEM text)
+  std::optional<std::string> profileEndpoint;            ///< --profile-endpoint URL
+  std::optional<std::filesystem::path> caFile;           ///< --ca-file PEM
+  std::optional<std::filesystem::path> browser;          ///< --browser CMD
+  bool sandbox = false;                                  ///< --sandbox
+  std::optional<std::filesystem::path> store;            ///< --store PATH
+  std::optional<std::chrono::seconds> timeout;           ///< --timeout SECONDS
+  bool forceRefresh = false;                             ///< --force-refresh (`token` only)
+  bool help = false;                                     ///< --help or -h
+};
+
+/// Reads the options of `command` ("login", "token", "profile" or "logout") from `args` (the
+/// arguments after the command's name). The problem, as one line, when an option is unknown
+/// (`--force-refresh` belongs to `token` only), lacks its value (an empty one included), or is a
+/// timeout that is not a whole number of seconds from 1 to 86400; positional arguments are
+/// refused. An option given again replaces its earlier value.
+std::variant<SignInCommandOptions, std::string> parseSignInOptions(std::string_view command,
+                                                                   const std::vector<std::string>& args);
+
+/// The access token as `login` shows it: its first 6 characters (bytes) followed by "…"
+/// (U+2026), enough to recognise the token's kind ("Atza|I…") and nothing that could be used.
+/// A token of 6 characters or fewer shows only "…".
+std::string maskedToken(std::string_view token);
+
+/// How a sign-in operation ended.
+struct SignInFailure {
+  std::string domain;  ///< "AIError" for the client's own errors, "AmazonLogin" from the login service
+  std::int64_t code = 0;
+  std::string message;
+};
+
+/// What `login` reports.
+struct SignedInUser {
+  std::string email;
+  std::string userID;
+  std::string accessToken;
+};
+
+/// The Linux ports, the run loop and the sign-in client's entry points of one tunevo process,
+/// with a way to wait for each answer without waiting forever.
+///
+/// Thread contract: make it, call it and destroy it on the thread that made `host`'s run loop.
+class SignInSession {
+ public:
+  /// How a wait ended when the operation did not answer.
+  enum class Stop { none, timedOut, interrupted };
+
+  /// `host` with its platform complete; `configuration` for the client. Only one session per
+  /// process talks to the client's process-wide coordinator: the first one made.
+  SignInSession(applogic::platform::LinuxPlatform host, applogic::signin::ClientConfiguration configuration);
+  ~SignInSession();
+  SignInSession(const SignInSession&) = delete;
+  SignInSession& operator=(const SignInSession&) = delete;
+
+  /// Signs in for "profile", then fetches the access token and the profile; `sandbox` signs in
+  /// against the service's sandbox.
+  std::variant<SignedInUser, SignInFailure, Stop> login(bool sandbox, std::chrono::seconds timeout);
+  /// The access token for "profile"; `forceRefresh` deletes the stored one first ("force_refresh").
+  std::variant<std::string, SignInFailure, Stop> token(bool sandbox, bool forceRefresh, std::chrono::seconds timeout);
+  /// The profile as the server returned it (or as stored, for an hour).
+  std::variant<applogic::JsonObject, SignInFailure, Stop> profile(bool sandbox, std::chrono::seconds timeout);
+  /// Deletes the stored tokens, the profile and the sign-in site's cookies.
+  std::variant<std::monostate, SignInFailure, Stop> logout(std::chrono::seconds timeout);
+
+  /// Hands a redirect of the app's URL scheme to the client (`handleOpenURL`); true when it was
+  /// this sign-in's answer.
+  bool handleOpenURL(const std::string& url) const;
+
+  const applogic::platform::Platform& platform() const { return host_.platform; }
+  const std::shared_ptr<applogic::platform::RunLoop>& runLoop() const { return host_.runLoop; }
+
+  /// One operation's answer, set at most once; the loop runs until it is set.
+  struct Wait;
+
+ private:
+  Stop runUntil(const std::shared_ptr<Wait>& wait, std::chrono::seconds timeout);
+
+  applogic::platform::LinuxPlatform host_;
+  applogic::signin::AIMobileLib lib_;
+};
+
+/// Prints what `login` prints: "email: ", "user id: " and "access token: " (masked) lines.
+void printSignedInUser(std::ostream& out, const SignedInUser& user);
+
+/// `tunevo login|token|profile|logout [OPTIONS]`; argv[0] is the command's name. Exit statuses:
+/// 0 done; 1 the sign-in client answered with an error (its domain, code and message on standard
+/// error); 64 usage; 66 the manifest or the public key cannot be read; 69 nobody can hand the
+/// redirect in (`login`: XDG_RUNTIME_DIR unset, or another tunevo is waiting); 75 no answer
+/// within the timeout; 130 interrupted (Ctrl-C).
+int runLogin(int argc, char** argv);
+int runToken(int argc, char** argv);
+int runProfile(int argc, char** argv);
+int runLogout(int argc, char** argv);
+
+}  // namespace tunevo
