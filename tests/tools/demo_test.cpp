@@ -45,7 +45,7 @@ TEST(TunevoDemo, ShowsRecordsAndErrorsOfEveryControllerFromAnyDirectory) {
       "      original            700x300  https://giphy-media.tunevo.app/media/Hn4Pw9Xb6Ta2Uq/giphy.gif",
       "  resolved https://giphy-media.tunevo.app/media/Zj5Wq2n7Lb3mTq/200_s.gif?cid=ecf05e47&rid=200_s.gif",
       "  error   domain \"No still image url\", code 0",
-      "== AIMobileLib ==",
+      "== AmazonLoginService and AIMobileLib ==",
       "  email: listener@tunevo.test",
       "  user id: tunevo.account.TESTLISTENER1",
       "  signed out",

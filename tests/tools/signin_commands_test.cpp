@@ -137,14 +137,14 @@ TEST_F(SignInCommandsTest, SignsInInTheBrowserThenServesTokenAndProfileAndSignsO
 TEST_F(SignInCommandsTest, ALoginEndsWithTheErrorWhenTheUserCancelsOrTheKeyIsNotValid) {
   const Outcome cancelled = run("login", "--browser '" + (dir_ / "cancelling-browser").string() + "'");
   EXPECT_EQ(cancelled.status, 1);
-  EXPECT_NE(cancelled.err.find("tunevo login: AIError code 4: The user cancelled the sign-in.\n"), std::string::npos)
+  EXPECT_NE(cancelled.err.find("tunevo login: AmazonLogin code 4: The user cancelled the sign-in.\n"), std::string::npos)
       << cancelled.err;
 
   // Without the issuer's public key no API key is valid.
   const Outcome unverified = runTunevo("login --manifest '" + (dir_ / "app-manifest.json").string() +
                                        "' --store '" + (dir_ / "store.sqlite3").string() + "'");
   EXPECT_EQ(unverified.status, 1);
-  EXPECT_EQ(unverified.err.rfind("tunevo login: AIError code 6: APIKey for the Application is invalid.\n", 0), 0u)
+  EXPECT_EQ(unverified.err.rfind("tunevo login: AmazonLogin code 6: APIKey for the Application is invalid.\n", 0), 0u)
       << unverified.err;
 }
 

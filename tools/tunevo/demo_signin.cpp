@@ -106,7 +106,7 @@ bool failed(std::ostream& err, std::string_view step, const std::variant<T, Sign
 }  // namespace
 
 bool showSignIn(std::ostream& out, std::ostream& err) {
-  out << "\n== AIMobileLib ==\n";
+  out << "\n== AmazonLoginService and AIMobileLib ==\n";
   const TemporaryDirectory temporary;
   if (!temporary.path()) {
     err << "tunevo demo: cannot make a temporary directory\n";
@@ -153,9 +153,9 @@ bool showSignIn(std::ostream& out, std::ostream& err) {
 
   out << "A local sign-in server (" << server.baseUrl() << ") with the test account " << email
       << ";\nthe app's API key is issued for this run; tokens are kept in a temporary SQLite store.\n";
-  call(out, "tunevo login",
+  call(out, "AmazonLoginService.login(sandbox: false), as tunevo login calls it",
        "no refresh token is stored: the sign-in page opens in a scripted browser, which signs in\n"
-       "  and hands the redirect back to the app");
+       "  and hands the redirect back to the app; then the access token and the profile");
   const auto user = signIn.login(false, kPatience);
   if (!std::holds_alternative<SignedInUser>(user)) return failed(err, "login", user);
   std::ostringstream printed;

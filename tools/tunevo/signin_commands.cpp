@@ -15,6 +15,7 @@
 #include <thread>
 #include <utility>
 
+#include "applogic/signin/amazon_login_service.h"
 #include "applogic/signin/client/ai_call_context.h"
 #include "tunevo/exit_codes.h"
 #include "tunevo/redirect_socket.h"
@@ -266,66 +267,26 @@ SignInSession::Stop SignInSession::runUntil(const std::shared_ptr<Wait>& wait, s
 
 std::variant<SignedInUser, SignInFailure, SignInSession::Stop> SignInSession::login(bool sandbox,
                                                                                      std::chrono::seconds timeout) {
-  // The shared state of the sign-in and of the two requests that follow it.
-  struct Login {
-    std::optional<std::string> token;
-    std::optional<JsonObject> profile;
-    std::optional<SignInFailure> failure;
-    int pending = 2;
-    std::optional<std::variant<SignedInUser, SignInFailure>> outcome;
-  };
   auto wait = std::make_shared<Wait>();
   wait->loop = host_.runLoop;
-  auto state = std::make_shared<Login>();
-  const auto joined = [wait, state] {
-    if (--state->pending > 0) return;
-    const JsonObject* profile = state->profile ? &*state->profile : nullptr;
-    const auto email = profile ? json::string(*profile, "email") : std::nullopt;
-    const auto userID = profile ? json::string(*profile, "user_id") : std::nullopt;
-    if (email && userID && state->token) {
-      state->outcome = SignedInUser{std::string(*email), std::string(*userID), *state->token};
+  auto outcome = std::make_shared<std::optional<std::variant<SignedInUser, SignInFailure>>>();
+  // Held until the wait ends: the service's steps stop quietly once it is released.
+  const auto service = AmazonLoginService::make(lib_);
+  service->login(sandbox, [wait, outcome](Result<AmazonLoginInfo> result) {
+    if (result.ok()) {
+      AmazonLoginInfo& info = result.value();
+      *outcome = SignedInUser{std::move(info.email), std::move(info.userID), std::move(info.accessToken)};
     } else {
-      state->outcome = state->failure.value_or(
-          SignInFailure{"AIError", kAIServerError, "The profile holds no e-mail address or user id."});
+      const Error& error = result.error();
+      const auto message = error.userInfo.find("message");
+      const std::string* text = message != error.userInfo.end() ? std::get_if<std::string>(&message->second) : nullptr;
+      *outcome = SignInFailure{error.domain, error.code, text ? *text : std::string()};
     }
     wait->finish();
-  };
-  const JsonObject options = sandboxOptions(sandbox);
-  const AIMobileLib lib = lib_;
-  lib_.authorizeUserForScopes(
-      kScopes,
-      std::make_shared<CallbackDelegate>(
-          [lib, options, state, joined](const APIResult&) {
-            lib.getAccessTokenForScopes(
-                kScopes, options,
-                std::make_shared<CallbackDelegate>(
-                    [state, joined](const APIResult& result) {
-                      if (const auto token = result.resultString()) state->token = std::string(*token);
-                      joined();
-                    },
-                    [state, joined](const APIError& error) {
-                      state->failure = failureOf(error);
-                      joined();
-                    }));
-            lib.getProfile(std::make_shared<CallbackDelegate>(
-                               [state, joined](const APIResult& result) {
-                                 if (const JsonObject* profile = result.resultObject()) state->profile = *profile;
-                                 joined();
-                               },
-                               [state, joined](const APIError& error) {
-                                 state->failure = failureOf(error);
-                                 joined();
-                               }),
-                           options);
-          },
-          [wait, state](const APIError& error) {
-            state->outcome = failureOf(error);
-            wait->finish();
-          }),
-      options);
+  });
   if (const Stop stop = runUntil(wait, timeout); stop != Stop::none) return stop;
-  if (auto* user = std::get_if<SignedInUser>(&*state->outcome)) return std::move(*user);
-  return std::get<SignInFailure>(*state->outcome);
+  if (auto* user = std::get_if<SignedInUser>(&**outcome)) return std::move(*user);
+  return std::get<SignInFailure>(**outcome);
 }
 
 std::variant<std::string, SignInFailure, SignInSession::Stop> SignInSession::token(bool sandbox, bool forceRefresh,

@@ -78,8 +78,10 @@ class SignInSession {
   SignInSession(const SignInSession&) = delete;
   SignInSession& operator=(const SignInSession&) = delete;
 
-  /// Signs in for "profile", then fetches the access token and the profile; `sandbox` signs in
-  /// against the service's sandbox.
+  /// Signs in through `AmazonLoginService` (for "profile", then the access token and the
+  /// profile); `sandbox` is the service's sandbox flag. Errors have the domain "AmazonLogin". The
+  /// service may not answer at all (a profile without a string "email" or "user_id"): the wait
+  /// then ends at `timeout`.
   std::variant<SignedInUser, SignInFailure, Stop> login(bool sandbox, std::chrono::seconds timeout);
   /// The access token for "profile"; `forceRefresh` deletes the stored one first ("force_refresh").
   std::variant<std::string, SignInFailure, Stop> token(bool sandbox, bool forceRefresh, std::chrono::seconds timeout);
