@@ -31,6 +31,8 @@ PACKAGES=(
   clang libclang-rt-14-dev
   # Benchmarks; nlohmann-json and simdjson are baselines used only in bench/
   libbenchmark-dev nlohmann-json3-dev libsimdjson-dev
+  # The end-to-end sign-in test's browser: headless Chromium (driven from Node.js, below)
+  chromium
 )
 
 is_installed() {
@@ -41,9 +43,15 @@ missing=()
 for package in "${PACKAGES[@]}"; do
   is_installed "$package" || missing+=("$package")
 done
+# Node.js and npm run the end-to-end sign-in test's browser driver (its one npm package,
+# playwright-core, is installed by that test with `npm ci`). Debian's packages come only when the
+# commands are missing: a Node.js from elsewhere (NodeSource's bundles npm) stays, and Debian's
+# npm would conflict with it.
+command -v node >/dev/null 2>&1 || missing+=(nodejs)
+command -v npm >/dev/null 2>&1 || missing+=(npm)
 
 if ((${#missing[@]} == 0)); then
-  echo "install-deps: all ${#PACKAGES[@]} packages are installed"
+  echo "install-deps: all ${#PACKAGES[@]} packages, node and npm are installed"
   exit 0
 fi
 
