@@ -22,9 +22,9 @@ const kClientId = 'amzn1.application-oa2-client.e2e';
 const kEmail = 'listener@tunevo.test';
 const kPassword = 'e2e-password';
 const kUserId = 'tunevo.account.TESTLISTENER1';
-const kStartMs = 10000;
-const kLoginMs = 60000;
-const kCommandMs = 20000;
+const kStartMs = 15000;
+const kLoginMs = 90000;
+const kCommandMs = 30000;
 
 const tunevo = process.argv[2];
 if (!tunevo || !fs.existsSync(tunevo)) {
