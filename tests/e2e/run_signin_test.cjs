@@ -23,6 +23,7 @@ const kEmail = 'listener@tunevo.test';
 const kPassword = 'e2e-password';
 const kUserId = 'tunevo.account.TESTLISTENER1';
 const kStartMs = 15000;
+const kLoginSeconds = 60;  // tunevo login's own wait for the redirect
 const kLoginMs = 90000;
 const kCommandMs = 30000;
 
@@ -34,7 +35,8 @@ if (!tunevo || !fs.existsSync(tunevo)) {
 const driver = path.join(__dirname, 'browser_driver.cjs');
 
 const work = fs.mkdtempSync(path.join(os.tmpdir(), 'applogic-e2e-'));
-const runtimeDir = path.join(work, 'runtime');
+// Short: the redirect socket's path (…/tunevo/redirect.sock) must fit a UNIX socket address.
+const runtimeDir = path.join(work, 'rt');
 fs.mkdirSync(runtimeDir, { mode: 0o700 });
 const file = (name) => path.join(work, name);
 
@@ -199,11 +201,14 @@ async function main() {
   const common = ['--manifest', file('app-manifest.json'), '--public-key', file('issuer.pub'), '--profile-endpoint',
     `${base}/user/profile`, '--ca-file', file('ca.pem'), '--store', file('tokens.sqlite')];
   step('tunevo login, with headless Chromium as the browser');
-  const status = await login(['--browser', driver, ...common]);
+  const status = await login(['--browser', driver, '--timeout', `${kLoginSeconds}`, ...common]);
   const out = readIfThere('login.out');
-  assert.equal(status, 0, `tunevo login exited ${status}`);
-  assert.match(out, new RegExp(kEmail.replace(/\./g, '\\.')), `tunevo login did not print the e-mail:\n${out}`);
-  assert.match(out, new RegExp(kUserId.replace(/\./g, '\\.')), `tunevo login did not print the user id:\n${out}`);
+  if (status !== 0) throw new Error(`tunevo login exited ${status}`);
+  const lines = out.split('\n');
+  assert.ok(lines.includes(`email: ${kEmail}`), `tunevo login did not print the e-mail:\n${out}`);
+  assert.ok(lines.includes(`user id: ${kUserId}`), `tunevo login did not print the user id:\n${out}`);
+  const masked = /^access token: (\S{6})\u2026$/m.exec(out);
+  assert.ok(masked, `tunevo login did not print the access token masked to 6 characters:\n${out}`);
   step(`signed in:\n${out.trimEnd()}`);
   // The driver closes Chromium after the hand-in; `tunevo login` may finish before it does.
   const driverEnded = await waitFor(() => /\] exit \d+$/m.test(readIfThere('driver.log')), kStartMs);
@@ -213,8 +218,10 @@ async function main() {
   const paths = requests.map((request) => `${request.method} ${request.path}`);
   assert.ok(paths.includes('POST /ap/oa'), `the browser did not submit the sign-in form: ${paths.join(', ')}`);
 
-  const token = await checkedRun(['token', ...common]);
-  step(`tunevo token from the same store:\n${token.trimEnd()}`);
+  // The access token that login stored, still valid: served from the store.
+  const token = (await checkedRun(['token', ...common])).trim();
+  assert.ok(token.startsWith(masked[1]), `tunevo token printed another token than login's: ${token}`);
+  step(`tunevo token from the same store: ${masked[1]}\u2026`);
   step(`passed in ${Date.now() - started} ms`);
 }
 
