@@ -124,6 +124,7 @@ function serverRequests(base) {
 
 // Runs `tunevo login` (its own process group: the driver and what it starts go with it) until it
 // exits, and resolves with its status; its output goes to files, since the driver inherits them.
+// A driver that fails ends the wait at once: login would only wait for its own timeout.
 function login(args) {
   const out = fs.openSync(file('login.out'), 'w');
   const err = fs.openSync(file('login.err'), 'w');
@@ -133,8 +134,16 @@ function login(args) {
   children.push({ name: 'tunevo login', child, group: true });
   return new Promise((resolve, reject) => {
     const timer = setTimeout(() => reject(new Error(`tunevo login did not end in ${kLoginMs} ms`)), kLoginMs);
+    const driverWatch = setInterval(() => {
+      const failed = /\] exit ([1-9]\d*)$/m.exec(readIfThere('driver.log'));
+      if (!failed) return;
+      clearTimeout(timer);
+      clearInterval(driverWatch);
+      reject(new Error(`the browser driver failed (exit ${failed[1]}) while tunevo login waited`));
+    }, 100);
     child.on('exit', (status, signal) => {
       clearTimeout(timer);
+      clearInterval(driverWatch);
       resolve(status ?? signal);
     });
   });
@@ -157,25 +166,28 @@ function readIfThere(name) {
   }
 }
 
-function stopEverything() {
-  for (const { child, group } of children.reverse()) {
-    if (child.exitCode !== null || child.signalCode !== null) continue;
-    try {
-      if (group) process.kill(-child.pid, 'SIGKILL');
-      else child.kill('SIGKILL');
-    } catch {
-      // It ended meanwhile.
-    }
+function signal(target, name) {
+  try {
+    process.kill(target, name);
+    return true;
+  } catch {
+    return false;  // ended already
   }
-  // Chromium runs in a process group of its own (Playwright starts it detached).
-  const pid = Number.parseInt(readIfThere('chromium.pid'), 10);
-  if (pid > 0) {
-    try {
-      process.kill(-pid, 'SIGKILL');
-    } catch {
-      // Closed by the driver already.
-    }
+}
+
+// Kills whatever still runs: `tunevo login` with its process group (the driver), Chromium with its
+// own group (Playwright starts it detached), the server; then waits, bounded, until they are gone,
+// so that nothing writes into the directory while it is removed.
+async function stopEverything() {
+  const targets = [];
+  for (const { child, group } of children) {
+    if (group) targets.push(-child.pid);
+    else if (child.exitCode === null && child.signalCode === null) targets.push(child.pid);
   }
+  const chromiumPid = Number.parseInt(readIfThere('chromium.pid'), 10);
+  if (chromiumPid > 0) targets.push(-chromiumPid);
+  const running = targets.filter((target) => signal(target, 'SIGKILL'));
+  await waitFor(() => running.every((target) => !signal(target, 0)), kStartMs);
 }
 
 async function main() {
@@ -235,8 +247,12 @@ main()
       if (text) console.error(`---- ${name}\n${text.trimEnd()}`);
     }
   })
-  .finally(() => {
-    stopEverything();
-    fs.rmSync(work, { recursive: true, force: true });
+  .finally(async () => {
+    await stopEverything();
+    try {
+      fs.rmSync(work, { recursive: true, force: true, maxRetries: 5 });
+    } catch (error) {
+      console.error(`e2e: warning: ${error.message}`);
+    }
     process.exit(failed ? 1 : 0);
   });
