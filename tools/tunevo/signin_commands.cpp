@@ -203,12 +203,11 @@ struct SignInSession::Wait {
   Stop stop = Stop::none;
   std::shared_ptr<platform::RunLoop> loop;
 
-  // Called by the answer's callbacks; true when the answer is to be kept.
-  bool finish() {
-    if (finished || abandoned) return false;
+  // Called by the answer's callbacks.
+  void finish() {
+    if (finished || abandoned) return;
     finished = true;
     loop->quit();
-    return true;
   }
 };
 
@@ -252,9 +251,11 @@ SignInSession::Stop SignInSession::runUntil(const std::shared_ptr<Wait>& wait, s
       wake.wait_for(lock, std::chrono::milliseconds(100));
     }
   });
-  // An answer given at once has already asked the loop to quit; run() then returns at once,
-  // which also uses that request up.
-  while (!wait->finished && wait->stop == Stop::none) host_.runLoop->run();
+  // An answer given at once has already asked the loop to quit: run() then returns at once and
+  // uses that request up, so that it cannot end the next wait early.
+  do {
+    host_.runLoop->run();
+  } while (!wait->finished && wait->stop == Stop::none);
   {
     const std::lock_guard lock(mutex);
     done = true;
