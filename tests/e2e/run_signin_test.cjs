@@ -60,9 +60,9 @@ function step(line) {
 }
 
 // Runs a tunevo command to its end (bounded); resolves with its status and output.
-function run(args, timeoutMs = kCommandMs) {
+function run(args) {
   return new Promise((resolve) => {
-    execFile(tunevo, args, { env, timeout: timeoutMs, killSignal: 'SIGKILL' }, (error, stdout, stderr) => {
+    execFile(tunevo, args, { env, timeout: kCommandMs, killSignal: 'SIGKILL' }, (error, stdout, stderr) => {
       const status = error ? (typeof error.code === 'number' ? error.code : `${error.signal || error.code}`) : 0;
       resolve({ status, stdout, stderr });
     });
@@ -235,6 +235,17 @@ async function main() {
   assert.ok(token.startsWith(masked[1]), `tunevo token printed another token than login's: ${token}`);
   step(`tunevo token from the same store: ${masked[1]}\u2026`);
   step(`passed in ${Date.now() - started} ms`);
+}
+
+// Interrupted (Ctrl-C in ctest, or its timeout): the detached groups would outlive the test.
+for (const name of ['SIGINT', 'SIGTERM']) {
+  process.on(name, () => {
+    console.error(`e2e: ${name}: stopping`);
+    stopEverything().finally(() => {
+      fs.rmSync(work, { recursive: true, force: true, maxRetries: 5 });
+      process.exit(1);
+    });
+  });
 }
 
 let failed = false;
