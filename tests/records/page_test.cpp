@@ -19,20 +19,20 @@ TEST(MetadataFromRaw, EachFieldFallsBackToMinusOneOnItsOwn) {
   const std::pair<const char*, Metadata> rows[] = {
       {"{}", kUnknown},
       {R"({"meta":{"query":{"limit":20,"offset":40},"returnedCount":17,"totalCount":57}})",
-                  {20, 40, 17, 57}},
+       {20, 40, 17, 57}},
       {R"({"meta":{"returnedCount":20,"totalCount":57}})", {-1, -1, 20, 57}},
       {R"({"meta":{"query":{"limit":0,"offset":0}}})", {0, 0, -1, -1}},
       {R"({"meta":{"totalCount":0,"query":{"offset":3}}})", {-1, 3, -1, 0}},
       // Wrong types count as missing: strings, fractions, booleans, null.
       {R"({"meta":{"query":{"limit":"20","offset":2.0},"returnedCount":true,"totalCount":null}})",
-                  kUnknown},
+       kUnknown},
       {R"({"meta":{"query":[20,40],"returnedCount":5}})", {-1, -1, 5, -1}},
       {R"({"meta":"20","returnedCount":5,"query":{"limit":1}})", kUnknown},
       // The paging block itself, given as the whole answer: nothing is read from its top level.
       {R"({"query":{"limit":1,"offset":2},"returnedCount":3,"totalCount":4})", kUnknown},
       {R"({"meta":{"limit":1,"offset":2}})", kUnknown},
       {R"({"meta":{"totalCount":9223372036854775807,"returnedCount":9223372036854775808}})",
-                  {-1, -1, -1, 9223372036854775807}},
+       {-1, -1, -1, 9223372036854775807}},
       {R"({"meta":{"query":{"limit":-5}}})", {-5, -1, -1, -1}}};
   for (const auto& [text, expected] : rows) {
     const Json answer = parse(text);
