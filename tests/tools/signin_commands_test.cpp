@@ -2,8 +2,15 @@
 // server over TLS: the browser is a small script that plays the user on the sign-in page and hands
 // the redirect in with `tunevo handle-url`, as the desktop would.
 
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
+
+#include <chrono>
+#include <thread>
 
 #include <cstdlib>
 #include <filesystem>
@@ -19,6 +26,8 @@
 #include "signin/client_fixture.h"
 #include "tools/tunevo_process.h"
 #include "tunevo/signin_commands.h"
+
+extern char** environ;
 
 namespace tunevo::test {
 namespace {
@@ -148,10 +157,37 @@ TEST_F(SignInCommandsTest, ALoginEndsWithTheErrorWhenTheUserCancelsOrTheKeyIsNot
       << unverified.err;
 }
 
-TEST_F(SignInCommandsTest, ALoginWithoutAnswerEndsAtItsTimeout) {
+TEST_F(SignInCommandsTest, ALoginWithoutAnswerEndsAtItsTimeoutOrAtCtrlC) {
   const Outcome silent = run("login", "--browser /bin/true --timeout 1");
   EXPECT_EQ(silent.status, 75);
   EXPECT_NE(silent.err.find("tunevo login: no answer within 1 s\n"), std::string::npos) << silent.err;
+
+  const fs::path errPath = dir_ / "interrupted.err";
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+  std::vector<std::string> args{TUNEVO_EXECUTABLE, "login", "--manifest", (dir_ / "app-manifest.json").string(),
+                                "--public-key", (dir_ / "issuer.pub").string(), "--ca-file",
+                                server_->caPath().string(), "--store", (dir_ / "store.sqlite3").string(),
+                                "--browser", "/bin/true", "--timeout", "30"};
+  std::vector<char*> argv;
+  for (std::string& arg : args) argv.push_back(arg.data());
+  argv.push_back(nullptr);
+  pid_t pid = 0;
+  ASSERT_EQ(posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ), 0);
+  posix_spawn_file_actions_destroy(&actions);
+  // Bounded: a login that never opens the page fails here and is then stopped by its timeout.
+  std::string err;
+  for (int i = 0; i < 3000 && err.find("Ctrl-C cancels") == std::string::npos; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    err = readAll(errPath);
+  }
+  ::kill(pid, SIGINT);
+  int status = 0;
+  ASSERT_EQ(::waitpid(pid, &status, 0), pid);
+  ASSERT_TRUE(WIFEXITED(status)) << err;
+  EXPECT_EQ(WEXITSTATUS(status), 130);
+  EXPECT_NE(readAll(errPath).find("tunevo login: cancelled\n"), std::string::npos) << readAll(errPath);
 }
 
 TEST(SignInCommands, BadOptionsAreUsageErrors) {
