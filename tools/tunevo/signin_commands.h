@@ -94,13 +94,11 @@ class SignInSession {
   /// this sign-in's answer.
   bool handleOpenURL(const std::string& url) const;
 
-  const applogic::platform::Platform& platform() const { return host_.platform; }
   const std::shared_ptr<applogic::platform::RunLoop>& runLoop() const { return host_.runLoop; }
 
-  /// One operation's answer, set at most once; the loop runs until it is set.
-  struct Wait;
-
  private:
+  /// One operation's wait: answered at most once; the loop runs until it is, or gives up.
+  struct Wait;
   Stop runUntil(const std::shared_ptr<Wait>& wait, std::chrono::seconds timeout);
 
   applogic::platform::LinuxPlatform host_;
