@@ -16,9 +16,9 @@
 
 #include "applogic/platform/linux_platform.h"
 #include "applogic/testing/bundle_values.h"
+#include "emulator/scripted_browser.h"
 #include "emulator/signin_server.h"
 #include "tunevo/apikey.h"
-#include "tunevo/demo_browser.h"
 #include "tunevo/signin_commands.h"
 
 namespace tunevo {
@@ -136,20 +136,33 @@ bool showSignIn(std::ostream& out, std::ostream& err) {
   options.secureStorePath = *temporary.path() / "secure-store.sqlite3";
   platform::LinuxPlatform host = platform::makeLinuxPlatformWithRunLoop(options);
   host.platform.bundleInfo = std::make_shared<testing::BundleValues>(kBundleId, *apiKey);
-  // The browser hands its redirect to the session made below, through the main thread.
-  auto session = std::make_shared<std::weak_ptr<SignInSession>>();
-  host.platform.signInPresenter =
-      makeDemoBrowser(server.baseUrl(), server.caPath(), email, password, host.runLoop, [session](const std::string& url) {
-        if (const auto alive = session->lock()) alive->handleOpenURL(url);
-      });
+  emulator::ScriptedBrowserOptions browserOptions;
+  browserOptions.email = email;
+  browserOptions.password = password;
+  browserOptions.caFile = server.caPath();
+  const auto browser = std::make_shared<emulator::ScriptedBrowser>(host.runLoop, browserOptions);
+  host.platform.signInPresenter = browser;
   signin::ClientConfiguration configuration;
   configuration.apiKeyPublicKey = issuer->publicPem;
   configuration.profileEndpointUrl = configuration.sandboxProfileEndpointUrl =
       configuration.integrationProfileEndpointUrl = configuration.integrationSandboxProfileEndpointUrl =
           server.baseUrl() + "/user/profile";
-  const auto owner = std::make_shared<SignInSession>(std::move(host), std::move(configuration));
-  *session = owner;
-  SignInSession& signIn = *owner;
+  SignInSession signIn(std::move(host), std::move(configuration));
+  // The browser hands its redirect in as the desktop would; a failure is reported, and the
+  // login's own guard then ends the wait.
+  browser->setRedirectHandler([&signIn](const std::string& url) { signIn.handleOpenURL(url); });
+  browser->setFailureHandler([&err](const std::string& description) {
+    err << "tunevo demo: the scripted browser: " << description << "\n";
+  });
+  // The handlers refer to this frame; they go before it does (results still on their way are
+  // dropped with them).
+  struct DropHandlers {
+    emulator::ScriptedBrowser& browser;
+    ~DropHandlers() {
+      browser.setRedirectHandler(nullptr);
+      browser.setFailureHandler(nullptr);
+    }
+  } dropHandlers{*browser};
 
   out << "A local sign-in server (" << server.baseUrl() << ") with the test account " << email
       << ";\nthe app's API key is issued for this run; tokens are kept in a temporary SQLite store.\n";
