@@ -493,7 +493,7 @@ int runLogin(int argc, char** argv) {
           *socket, session.runLoop(),
           [&session](const std::string& url) {
             if (!session.handleOpenURL(url)) {
-              std::cerr << "tunevo login: the redirect handed in is not this sign-in's answer; still waiting"
+              std::cerr << "tunevo login: the redirect handed in carries no code for this sign-in"
                         << std::endl;
             }
           },
