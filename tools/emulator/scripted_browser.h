@@ -55,7 +55,7 @@ struct ScriptedBrowserOptions {
 /// Thread contract: construction, the `SignInPresenter` members, the setters and destruction on
 /// the main thread. Destruction waits for the user threads still running (each network step
 /// gives up after 10 s) and drops their results.
-class ScriptedBrowser final : public platform::SignInPresenter {
+class ScriptedBrowser final : public platform::BrowserOnlySignInPresenter {
  public:
   using RedirectHandler = std::function<void(const std::string& url)>;
   using FailureHandler = std::function<void(const std::string& description)>;
@@ -75,16 +75,6 @@ class ScriptedBrowser final : public platform::SignInPresenter {
 
   /// False only for an address that is not http or https (nothing is started then).
   bool openURL(const std::string& url) override;
-  bool canOpenAppURL(const std::string&) const override { return false; }
-  bool openAppURL(const std::string&) override { return false; }
-  bool inAppBrowserAvailable() const override { return false; }
-  bool presentInAppBrowser(const std::string&) override { return false; }
-  bool webViewAvailable() const override { return false; }
-  bool presentWebView(const std::string&, const std::string&, std::function<void(const std::string&)>) override {
-    return false;
-  }
-  void dismiss() override {}
-  void setCancelHandler(std::function<void()>) override {}
 
  private:
   struct Shared;

@@ -57,4 +57,21 @@ class SignInPresenter {
   virtual void setCancelHandler(std::function<void()> handler) = 0;
 };
 
+/// A presenter that has only the browser: no other app is offered the sign-in, there is no
+/// in-app browser and no web view, so nothing is ever presented to dismiss and no cancellation
+/// can be reported. Subclasses implement `openURL`. Same thread contract as `SignInPresenter`.
+class BrowserOnlySignInPresenter : public SignInPresenter {
+ public:
+  bool canOpenAppURL(const std::string&) const override { return false; }
+  bool openAppURL(const std::string&) override { return false; }
+  bool inAppBrowserAvailable() const override { return false; }
+  bool presentInAppBrowser(const std::string&) override { return false; }
+  bool webViewAvailable() const override { return false; }
+  bool presentWebView(const std::string&, const std::string&, std::function<void(const std::string&)>) override {
+    return false;
+  }
+  void dismiss() override {}
+  void setCancelHandler(std::function<void()>) override {}
+};
+
 }  // namespace applogic::platform

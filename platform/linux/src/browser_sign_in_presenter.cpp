@@ -14,7 +14,10 @@ extern char** environ;
 namespace applogic::platform {
 namespace {
 
-class BrowserSignInPresenter final : public SignInPresenter {
+// Only the browser: Linux has no register of "apps" apart from the browser worth asking for
+// single sign-on; a scheme's handler is usually the browser itself, which would turn every
+// single-sign-on attempt into a page the browser cannot show.
+class BrowserSignInPresenter final : public BrowserOnlySignInPresenter {
  public:
   explicit BrowserSignInPresenter(std::filesystem::path command) : command_(std::move(command)) {}
 
@@ -39,20 +42,6 @@ class BrowserSignInPresenter final : public SignInPresenter {
     }).detach();
     return true;
   }
-
-  // Linux has no register of "apps" apart from the browser worth asking here: a scheme's
-  // handler is usually the browser itself, which would turn every single-sign-on attempt into a
-  // page the browser cannot show.
-  bool canOpenAppURL(const std::string&) const override { return false; }
-  bool openAppURL(const std::string&) override { return false; }
-  bool inAppBrowserAvailable() const override { return false; }
-  bool presentInAppBrowser(const std::string&) override { return false; }
-  bool webViewAvailable() const override { return false; }
-  bool presentWebView(const std::string&, const std::string&, std::function<void(const std::string&)>) override {
-    return false;
-  }
-  void dismiss() override {}
-  void setCancelHandler(std::function<void()>) override {}
 
  private:
   const std::filesystem::path command_;
