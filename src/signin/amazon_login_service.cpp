@@ -11,10 +11,6 @@ void AmazonLoginServiceAuthDelegate::requestDidSucceed(const APIResult&) {
   if (success_) success_();
 }
 
-void AmazonLoginServiceAuthDelegate::requestDidFail(const APIError& error) {
-  if (failure_) failure_(error);
-}
-
 void AmazonLoginServiceGetAccessTokenDelegate::requestDidSucceed(const APIResult& result) {
   if (result.result().is_null()) fatalError("AmazonLoginServiceGetAccessTokenDelegate: the answer carries no result");
   if (const auto token = result.resultString()) {
@@ -25,18 +21,10 @@ void AmazonLoginServiceGetAccessTokenDelegate::requestDidSucceed(const APIResult
   if (failure_) failure_(std::nullopt);
 }
 
-void AmazonLoginServiceGetAccessTokenDelegate::requestDidFail(const APIError& error) {
-  if (failure_) failure_(error);
-}
-
 void AmazonLoginServiceGetProfileDelegate::requestDidSucceed(const APIResult& result) {
   const JsonObject* profile = result.resultObject();
   if (!profile) fatalError("AmazonLoginServiceGetProfileDelegate: the answer carries no profile object");
   if (success_) success_(*profile);
-}
-
-void AmazonLoginServiceGetProfileDelegate::requestDidFail(const APIError& error) {
-  if (failure_) failure_(error);
 }
 
 std::shared_ptr<AmazonLoginService> AmazonLoginService::make(AIMobileLib client) {

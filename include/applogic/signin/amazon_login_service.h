@@ -27,58 +27,49 @@ struct AmazonLoginInfo {
 /// (`AIError` codes) and the user information holds its text under "message".
 inline constexpr const char* kAmazonLoginErrorDomain = "AmazonLogin";
 
-/// Turns the sign-in client's answer to `authorizeUserForScopes` into closures: `success()` for
-/// any result (the result is ignored), `failure(error)` for a failure (the error is always
-/// present here). Main thread, like the client.
-class AmazonLoginServiceAuthDelegate final : public AIAuthenticationDelegate {
+/// What the three adapters below share: the two closures, and a failure always passed on as
+/// `failure(error)` (the error is always present here). Main thread, like the client.
+template <class SuccessSignature>
+class AmazonLoginServiceDelegate : public AIAuthenticationDelegate {
  public:
-  using Success = std::function<void()>;
+  using Success = std::function<SuccessSignature>;
   using Failure = std::function<void(std::optional<APIError>)>;
-  AmazonLoginServiceAuthDelegate(Success success, Failure failure)
+  AmazonLoginServiceDelegate(Success success, Failure failure)
       : success_(std::move(success)), failure_(std::move(failure)) {}
 
-  void requestDidSucceed(const APIResult& result) override;
-  void requestDidFail(const APIError& error) override;
+  void requestDidFail(const APIError& error) final {
+    if (failure_) failure_(error);
+  }
 
- private:
+ protected:
   Success success_;
   Failure failure_;
 };
 
-/// Turns the answer to `getAccessTokenForScopes` into closures: a string result goes to
-/// `success(token)`; any other non-null result to `failure` with no error; a failure to
-/// `failure(error)`. A null result is a programming error of the client (`fatalError`).
-class AmazonLoginServiceGetAccessTokenDelegate final : public AIAuthenticationDelegate {
+/// Turns the sign-in client's answer to `authorizeUserForScopes` into closures: `success()` for
+/// any result (the result is ignored).
+class AmazonLoginServiceAuthDelegate final : public AmazonLoginServiceDelegate<void()> {
  public:
-  using Success = std::function<void(std::string)>;
-  using Failure = std::function<void(std::optional<APIError>)>;
-  AmazonLoginServiceGetAccessTokenDelegate(Success success, Failure failure)
-      : success_(std::move(success)), failure_(std::move(failure)) {}
-
+  using AmazonLoginServiceDelegate::AmazonLoginServiceDelegate;
   void requestDidSucceed(const APIResult& result) override;
-  void requestDidFail(const APIError& error) override;
+};
 
- private:
-  Success success_;
-  Failure failure_;
+/// Turns the answer to `getAccessTokenForScopes` into closures: a string result goes to
+/// `success(token)`; any other non-null result to `failure` with no error. A null result is a
+/// programming error of the client (`fatalError`).
+class AmazonLoginServiceGetAccessTokenDelegate final : public AmazonLoginServiceDelegate<void(std::string)> {
+ public:
+  using AmazonLoginServiceDelegate::AmazonLoginServiceDelegate;
+  void requestDidSucceed(const APIResult& result) override;
 };
 
 /// Turns the answer to `getProfile` into closures: an object result goes to `success(profile)`
 /// (a JSON object: keys are always strings); a null or non-object result is a programming error
-/// of the client (`fatalError`); a failure goes to `failure(error)`.
-class AmazonLoginServiceGetProfileDelegate final : public AIAuthenticationDelegate {
+/// of the client (`fatalError`).
+class AmazonLoginServiceGetProfileDelegate final : public AmazonLoginServiceDelegate<void(JsonObject)> {
  public:
-  using Success = std::function<void(JsonObject)>;
-  using Failure = std::function<void(std::optional<APIError>)>;
-  AmazonLoginServiceGetProfileDelegate(Success success, Failure failure)
-      : success_(std::move(success)), failure_(std::move(failure)) {}
-
+  using AmazonLoginServiceDelegate::AmazonLoginServiceDelegate;
   void requestDidSucceed(const APIResult& result) override;
-  void requestDidFail(const APIError& error) override;
-
- private:
-  Success success_;
-  Failure failure_;
 };
 
 /// The app's entry to Amazon sign-in: signs the user in for the scope "profile" through the
