@@ -6,12 +6,17 @@ namespace applogic::platform {
 
 RunLoop::RunLoop() : mainThread_(std::this_thread::get_id()) {}
 
+// A poster keeps the loop alive while it posts, but what orders its return before the owner's
+// release may be a library's own bookkeeping that ThreadSanitizer cannot see (GStreamer drops its
+// bus handler, and with it our reference, through GLib atomics). So a poster touches the loop only
+// under the lock, signal included, and the destructor takes the lock once: every post is then
+// visibly ordered before the loop goes.
+RunLoop::~RunLoop() { std::lock_guard lock(mutex_); }
+
 void RunLoop::post(std::function<void()> task) {
   if (!task) return;
-  {
-    std::lock_guard lock(mutex_);
-    tasks_.push_back(std::move(task));
-  }
+  std::lock_guard lock(mutex_);
+  tasks_.push_back(std::move(task));
   wake_.notify_one();
 }
 
@@ -50,10 +55,8 @@ void RunLoop::run() {
 }
 
 void RunLoop::quit() {
-  {
-    std::lock_guard lock(mutex_);
-    quit_ = true;
-  }
+  std::lock_guard lock(mutex_);
+  quit_ = true;
   wake_.notify_one();
 }
 

@@ -19,6 +19,8 @@ namespace applogic::platform {
 class RunLoop final : public MainThread {
  public:
   RunLoop();
+  /// Only after every thread that may post has let go of the loop.
+  ~RunLoop() override;
   RunLoop(const RunLoop&) = delete;
   RunLoop& operator=(const RunLoop&) = delete;
 
