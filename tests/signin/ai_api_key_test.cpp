@@ -54,54 +54,48 @@ constexpr const char* kVersion3 =
     R"({"ver":"3","appFamilyId":"amzn1.family","bundleSeedId":"com.tunevo.app","scopes":["profile","music"],)"
     R"("perm":["read"],"clientId":"amzn1.client","appVariantId":"amzn1.variant"})";
 
-struct KeyRow {
-  const char* name;
-  // Made when the test runs: gtest builds every row in every test process, and minting needs
-  // the test key pairs, whose generation is the slowest step of the program.
-  std::string (*key)();
-  AIAPIKeyProblem problem;
-};
-
-class APIKeyCheckTest : public ::testing::TestWithParam<KeyRow> {};
-
-TEST_P(APIKeyCheckTest, ReportsTheFirstProblem) {
-  const auto helper = helperFor(platform::makeOpenSslCrypto());
-  const std::string key = GetParam().key();
-  const AIAPIKeyCheck check = helper.checkAPIKey(key, kPackage);
-  EXPECT_EQ(check.problem, GetParam().problem) << describe(check.problem);
-  EXPECT_EQ(check.appInfo.has_value(), GetParam().problem == AIAPIKeyProblem::none);
-  EXPECT_EQ(helper.verifyAPIKey(key, kPackage), check.appInfo);
-}
-
 std::string withPayloadByteChanged(std::string key) {
   const std::size_t dot = key.find('.');
   key[dot + 4] = key[dot + 4] == 'A' ? 'B' : 'A';
   return key;
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Keys, APIKeyCheckTest,
-    ::testing::Values(
-        KeyRow{"Version3", []() -> std::string { return mint(kVersion3); }, AIAPIKeyProblem::none},
-        KeyRow{"Version2", []() -> std::string { return mint(R"({"ver":"2","appId":"amzn1.app","bundleSeedId":"com.tunevo.app"})"); },
-               AIAPIKeyProblem::none},
-        KeyRow{"ExtraPartsAreNotRead", []() -> std::string { return mint(kVersion3) + ".more"; }, AIAPIKeyProblem::none},
-        KeyRow{"TwoParts", []() -> std::string { return "eyJhbGciOiJSUzI1NiJ9.eyJ2ZXIiOiIzIn0"; }, AIAPIKeyProblem::tooFewParts},
-        KeyRow{"Empty", []() -> std::string { return ""; }, AIAPIKeyProblem::tooFewParts},
-        KeyRow{"TamperedPayload", []() -> std::string { return withPayloadByteChanged(mint(kVersion3)); }, AIAPIKeyProblem::badSignature},
-        KeyRow{"SignedByAnotherKey", []() -> std::string { return mint(kVersion3, test::otherKeys()); }, AIAPIKeyProblem::badSignature},
-        KeyRow{"SignatureNotBase64", []() -> std::string { return test::base64Of(R"({"alg":"RS256"})") + ".e30=.!!!!"; }, AIAPIKeyProblem::badSignature},
-        KeyRow{"PayloadNotBase64", []() -> std::string { return mintWithPayloadPart("e30!"); }, AIAPIKeyProblem::badBase64},
-        KeyRow{"PayloadUnpadded", []() -> std::string { return mintWithPayloadPart("e30"); }, AIAPIKeyProblem::badBase64},
-        KeyRow{"PayloadNotJson", []() -> std::string { return mint("ver=3"); }, AIAPIKeyProblem::notJson},
-        KeyRow{"PayloadAnArray", []() -> std::string { return mint(R"(["ver","3"])"); }, AIAPIKeyProblem::notJson},
-        KeyRow{"PayloadNotUtf8", []() -> std::string { return mint("{\"ver\":\"3\xff\"}"); }, AIAPIKeyProblem::notJson},
-        KeyRow{"VersionFour", []() -> std::string { return mint(R"({"ver":"4","bundleSeedId":"com.tunevo.app"})"); }, AIAPIKeyProblem::unknownVersion},
-        KeyRow{"VersionAsNumber", []() -> std::string { return mint(R"({"ver":3,"bundleSeedId":"com.tunevo.app"})"); }, AIAPIKeyProblem::unknownVersion},
-        KeyRow{"NoVersion", []() -> std::string { return mint(R"({"bundleSeedId":"com.tunevo.app"})"); }, AIAPIKeyProblem::unknownVersion},
-        KeyRow{"AnotherPackage", []() -> std::string { return mint(R"({"ver":"3","bundleSeedId":"com.other.app"})"); }, AIAPIKeyProblem::otherPackage},
-        KeyRow{"NoPackage", []() -> std::string { return mint(R"({"ver":"2","appId":"amzn1.app"})"); }, AIAPIKeyProblem::otherPackage}),
-    [](const auto& row) { return std::string(row.param.name); });
+TEST(APIKeyCheckTest, ReportsTheFirstProblem) {
+  struct Row {
+    const char* name;
+    std::string (*key)();
+    AIAPIKeyProblem problem;
+  };
+  const Row rows[] = {
+      {"Version3", []() -> std::string { return mint(kVersion3); }, AIAPIKeyProblem::none},
+      {"Version2", []() -> std::string { return mint(R"({"ver":"2","appId":"amzn1.app","bundleSeedId":"com.tunevo.app"})"); },
+             AIAPIKeyProblem::none},
+      {"ExtraPartsAreNotRead", []() -> std::string { return mint(kVersion3) + ".more"; }, AIAPIKeyProblem::none},
+      {"TwoParts", []() -> std::string { return "eyJhbGciOiJSUzI1NiJ9.eyJ2ZXIiOiIzIn0"; }, AIAPIKeyProblem::tooFewParts},
+      {"Empty", []() -> std::string { return ""; }, AIAPIKeyProblem::tooFewParts},
+      {"TamperedPayload", []() -> std::string { return withPayloadByteChanged(mint(kVersion3)); }, AIAPIKeyProblem::badSignature},
+      {"SignedByAnotherKey", []() -> std::string { return mint(kVersion3, test::otherKeys()); }, AIAPIKeyProblem::badSignature},
+      {"SignatureNotBase64", []() -> std::string { return test::base64Of(R"({"alg":"RS256"})") + ".e30=.!!!!"; }, AIAPIKeyProblem::badSignature},
+      {"PayloadNotBase64", []() -> std::string { return mintWithPayloadPart("e30!"); }, AIAPIKeyProblem::badBase64},
+      {"PayloadUnpadded", []() -> std::string { return mintWithPayloadPart("e30"); }, AIAPIKeyProblem::badBase64},
+      {"PayloadNotJson", []() -> std::string { return mint("ver=3"); }, AIAPIKeyProblem::notJson},
+      {"PayloadAnArray", []() -> std::string { return mint(R"(["ver","3"])"); }, AIAPIKeyProblem::notJson},
+      {"PayloadNotUtf8", []() -> std::string { return mint("{\"ver\":\"3\xff\"}"); }, AIAPIKeyProblem::notJson},
+      {"VersionFour", []() -> std::string { return mint(R"({"ver":"4","bundleSeedId":"com.tunevo.app"})"); }, AIAPIKeyProblem::unknownVersion},
+      {"VersionAsNumber", []() -> std::string { return mint(R"({"ver":3,"bundleSeedId":"com.tunevo.app"})"); }, AIAPIKeyProblem::unknownVersion},
+      {"NoVersion", []() -> std::string { return mint(R"({"bundleSeedId":"com.tunevo.app"})"); }, AIAPIKeyProblem::unknownVersion},
+      {"AnotherPackage", []() -> std::string { return mint(R"({"ver":"3","bundleSeedId":"com.other.app"})"); }, AIAPIKeyProblem::otherPackage},
+      {"NoPackage", []() -> std::string { return mint(R"({"ver":"2","appId":"amzn1.app"})"); }, AIAPIKeyProblem::otherPackage}};
+  const auto helper = helperFor(platform::makeOpenSslCrypto());
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    const std::string key = row.key();
+    const AIAPIKeyCheck check = helper.checkAPIKey(key, kPackage);
+    EXPECT_EQ(check.problem, row.problem) << describe(check.problem);
+    EXPECT_EQ(check.appInfo.has_value(), row.problem == AIAPIKeyProblem::none);
+    EXPECT_EQ(helper.verifyAPIKey(key, kPackage), check.appInfo);
+  }
+}
 
 TEST(APIKeyHelperTest, PayloadsBecomeAppInformation) {
   const auto helper = helperFor(platform::makeOpenSslCrypto());

@@ -155,11 +155,6 @@ TEST_F(MobileLibTest, HelperScopesAndRedirectErrors) {
   EXPECT_EQ(error, AIError(kAIAccessDenied, "No."));
 }
 
-TEST_F(MobileLibTest, ClientIdAndRedirectUri) {
-  EXPECT_EQ(lib().getClientId(), test::kClientId);
-  EXPECT_EQ(lib().getRedirectUri(), test::kRedirect);
-}
-
 TEST_F(MobileLibTest, StoredRefreshTokenAuthorisesAtOnceEvenWhenTheCodeIsAsked) {
   store(AIRefreshToken("rt", {"profile", "postal_code"}, *f_.clock));
   lib().authorizeUserForScopes({"profile"}, delegate_,
@@ -243,7 +238,9 @@ TEST_F(MobileLibTest, ReturnedCodeGoesToTheDelegateWithoutAnExchange) {
   EXPECT_TRUE(lib().proxy()->callContexts().empty());
 }
 
-TEST_F(MobileLibTest, ForeignRedirectsChangeNothing) {
+// Redirects that are not the sign-in's, or carry a state no call waits for, change nothing; an
+// error with the waiting call's state fails that call.
+TEST_F(MobileLibTest, ForeignRedirectsChangeNothingAndARedirectErrorFailsTheSignIn) {
   lib().authorizeUserForScopes({"profile"}, delegate_);
   const std::string state = shownParameters().at("state");
   EXPECT_FALSE(lib().handleOpenURL("amzn-com.tunevo.app://?code=c&state=" + state));
@@ -255,11 +252,7 @@ TEST_F(MobileLibTest, ForeignRedirectsChangeNothing) {
   EXPECT_EQ(lib().proxy()->openIdRequestStates().count(state), 1u);
   EXPECT_FALSE(stored(kTokenTypeCode));
   EXPECT_EQ(delegate_->answers(), 0u);
-}
 
-TEST_F(MobileLibTest, RedirectErrorFailsTheSignIn) {
-  lib().authorizeUserForScopes({"profile"}, delegate_);
-  const std::string state = shownParameters().at("state");
   EXPECT_FALSE(lib().handleOpenURL(redirect("error=access_denied&error_description=User%20said%20no&state=" + state)));
   ASSERT_EQ(delegate_->failures.size(), 1u);
   EXPECT_EQ(delegate_->answers(), 1u);
@@ -451,6 +444,7 @@ TEST_F(MobileLibTest, InternalModesAndTheirLogLines) {
   EXPECT_FALSE(internal.getAppId());
   EXPECT_EQ(lib().getClientId(), test::kClientId);
   EXPECT_EQ(internal.getAppId(), "amzn1.family");
+  EXPECT_EQ(lib().getRedirectUri(), test::kRedirect);
   // Primary mode browser: the ordinary address, in the browser.
   lib().authorizeUserForScopes({"profile"}, delegate_);
   ASSERT_EQ(presenter_->opened().size(), 1u);

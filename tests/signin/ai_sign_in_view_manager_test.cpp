@@ -53,54 +53,48 @@ struct Harness {
   }
 };
 
-struct ModeRow {
-  const char* name;
-  bool sandbox;
-  bool appInstalled;
-  bool inAppBrowser;
-  bool webView;
-  std::optional<AISignInViewMode> defaultMode;  // absent: the mode after reset
-  std::vector<ScriptedSignInPresenter::Opened> opened;
-};
-
-class SignInViewModes : public ::testing::TestWithParam<ModeRow> {};
-
-TEST_P(SignInViewModes, ShowTheFirstStrategyThatStarts) {
-  const ModeRow& row = GetParam();
-  Harness h;
-  h.presenter->setInAppBrowserAvailable(row.inAppBrowser);
-  h.presenter->setWebViewAvailable(row.webView);
-  if (row.appInstalled) h.presenter->installApp("amazon-sso-test");
-  h.make();
-  if (row.defaultMode) h.manager->setSDKSignInViewMode(*row.defaultMode);
-  h.manager->initializeSignIn(h.call(row.sandbox));
-  EXPECT_EQ(h.presenter->opened(), row.opened);
-  EXPECT_FALSE(h.error.hasErrorOccured()) << h.error.message();
-  EXPECT_NE(h.manager->strategy(), nullptr);
+TEST(SignInViewModes, ShowTheFirstStrategyThatStarts) {
+  struct Row {
+    const char* name;
+    bool sandbox;
+    bool appInstalled;
+    bool inAppBrowser;
+    bool webView;
+    std::optional<AISignInViewMode> defaultMode;  // absent: the mode after reset
+    std::vector<ScriptedSignInPresenter::Opened> opened;
+  };
+  const std::string kSso = std::string(kScheme) + addressOf(2, true);
+  const Row rows[] = {
+      // The Linux host: only the browser. The first-party app was tried, so the browser shows
+      // the single-sign-on address, the one built last.
+      {"browserOnly", false, false, false, false, std::nullopt, {{Kind::browser, addressOf(2, true)}}},
+      {"appInstalled", false, true, true, true, std::nullopt, {{Kind::app, kSso}}},
+      {"noAppWithInAppBrowser", false, false, true, false, std::nullopt,
+        {{Kind::inAppBrowser, addressOf(2, true)}}},
+      {"sandboxNeverTriesTheApp", true, true, true, false, std::nullopt,
+        {{Kind::inAppBrowser, addressOf(1, false)}}},
+      {"sandboxWithoutInAppBrowser", true, true, false, false, std::nullopt,
+        {{Kind::browser, addressOf(1, false)}}},
+      {"defaultWebViewWithoutApp", false, false, true, true, kAISignInViewModeWebView,
+        {{Kind::webView, addressOf(2, true)}}},
+      {"defaultWebViewTheHostLacks", false, false, false, false, kAISignInViewModeWebView,
+        {{Kind::browser, addressOf(2, true)}}},
+      {"defaultInAppBrowserTheHostLacks", false, false, false, false, kAISignInViewModeSafariWebView,
+        {{Kind::browser, addressOf(2, true)}}}};
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    Harness h;
+    h.presenter->setInAppBrowserAvailable(row.inAppBrowser);
+    h.presenter->setWebViewAvailable(row.webView);
+    if (row.appInstalled) h.presenter->installApp("amazon-sso-test");
+    h.make();
+    if (row.defaultMode) h.manager->setSDKSignInViewMode(*row.defaultMode);
+    h.manager->initializeSignIn(h.call(row.sandbox));
+    EXPECT_EQ(h.presenter->opened(), row.opened);
+    EXPECT_FALSE(h.error.hasErrorOccured()) << h.error.message();
+    EXPECT_NE(h.manager->strategy(), nullptr);
+  }
 }
-
-const std::string kSso = std::string(kScheme) + addressOf(2, true);
-
-INSTANTIATE_TEST_SUITE_P(
-    AISignInViewManager, SignInViewModes,
-    ::testing::Values(
-        // The Linux host: only the browser. The first-party app was tried, so the browser shows
-        // the single-sign-on address, the one built last.
-        ModeRow{"browserOnly", false, false, false, false, std::nullopt, {{Kind::browser, addressOf(2, true)}}},
-        ModeRow{"appInstalled", false, true, true, true, std::nullopt, {{Kind::app, kSso}}},
-        ModeRow{"noAppWithInAppBrowser", false, false, true, false, std::nullopt,
-                {{Kind::inAppBrowser, addressOf(2, true)}}},
-        ModeRow{"sandboxNeverTriesTheApp", true, true, true, false, std::nullopt,
-                {{Kind::inAppBrowser, addressOf(1, false)}}},
-        ModeRow{"sandboxWithoutInAppBrowser", true, true, false, false, std::nullopt,
-                {{Kind::browser, addressOf(1, false)}}},
-        ModeRow{"defaultWebViewWithoutApp", false, false, true, true, kAISignInViewModeWebView,
-                {{Kind::webView, addressOf(2, true)}}},
-        ModeRow{"defaultWebViewTheHostLacks", false, false, false, false, kAISignInViewModeWebView,
-                {{Kind::browser, addressOf(2, true)}}},
-        ModeRow{"defaultInAppBrowserTheHostLacks", false, false, false, false, kAISignInViewModeSafariWebView,
-                {{Kind::browser, addressOf(2, true)}}}),
-    [](const auto& row) { return std::string(row.param.name); });
 
 TEST(AISignInViewManager, ResetsTheModesByWhatTheHostOffers) {
   for (const bool inAppBrowser : {false, true}) {

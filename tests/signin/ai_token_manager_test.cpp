@@ -79,66 +79,62 @@ TEST_F(StorageTest, OverrideOffLeavesTheExistingItemSilently) {
   EXPECT_FALSE(error.hasErrorOccured());
 }
 
-struct FailureCase {
-  const char* name;
-  Call failing;
-  platform::SecureStoreStatus status;
-  bool itemExists;
-  std::function<void(AIKeyChainDataStorage&, AIError&, const platform::Clock&)> run;
-  const char* exceptionName;  // null: nothing raised, nothing reported
-  const char* message;
-};
-
-class StorageFailure : public ::testing::TestWithParam<FailureCase> {};
-
-TEST_P(StorageFailure, WritesCode5AndRaisesTheNamedException) {
-  const auto& row = GetParam();
-  testing::ManualClock clock;
-  const auto store = std::make_shared<testing::InMemorySecureStore>();
-  AIKeyChainDataStorage storage(store);
-  AIError error;
-  if (row.itemExists) storage.storeData(AIAccessToken("a", clock.now(), clock), true, error);
-  store->failWith(row.failing, row.status);
-  if (row.exceptionName == nullptr) {
-    EXPECT_NO_THROW(row.run(storage, error, clock));
-    EXPECT_EQ(error, AIError());
-    return;
-  }
-  try {
-    row.run(storage, error, clock);
-    ADD_FAILURE() << "no exception";
-  } catch (const AIStorageException& exception) {
-    EXPECT_EQ(exception.name(), row.exceptionName);
-    EXPECT_EQ(exception.reason(), "");
-  }
-  EXPECT_EQ(error, AIError(kAIDeviceError, row.message));
-}
-
 void store(AIKeyChainDataStorage& s, AIError& e, const platform::Clock& c) {
   s.storeData(AIAccessToken("b", c.now(), c), true, e);
 }
 void retrieve(AIKeyChainDataStorage& s, AIError& e, const platform::Clock&) { (void)s.retrieveData(2, e); }
 void erase(AIKeyChainDataStorage& s, AIError& e, const platform::Clock&) { s.deleteData(2, e); }
 
-INSTANTIATE_TEST_SUITE_P(
-    Operations, StorageFailure,
-    ::testing::Values(
-        FailureCase{"AddDuplicate", Call::add, status::kDuplicateItem, false, store, "Error while adding a new Item",
-                    "The item already exists."},
-        FailureCase{"AddUnknown", Call::add, -1, false, store, "Error while adding a new Item", "Unknown Error Code."},
-        FailureCase{"Update", Call::update, status::kInteractionNotAllowed, true, store,
-                    "Error while updating the Data in the storage",
-                    "Interaction with the Security Server is not allowed."},
-        // A lookup failing otherwise than "not found" writes nothing and reports nothing.
-        FailureCase{"LookupFails", Call::copyMatching, status::kAuthFailed, true, store, nullptr, nullptr},
-        FailureCase{"Retrieve", Call::copyMatching, status::kDecode, true, retrieve,
-                    "Error while retrieving a key chain Item", "Unable to decode the provided data."},
-        FailureCase{"RetrieveNotFound", Call::copyMatching, status::kItemNotFound, true, retrieve, nullptr, nullptr},
-        FailureCase{"Delete", Call::remove, status::kParam, true, erase,
-                    "Error while deleting the item from the key chain",
-                    "One or more parameters passed to the function were not valid."},
-        FailureCase{"DeleteNotFound", Call::remove, status::kItemNotFound, true, erase, nullptr, nullptr}),
-    [](const auto& row) { return std::string(row.param.name); });
+// Each row on a store of its own.
+TEST(StorageFailure, WritesCode5AndRaisesTheNamedException) {
+  struct Row {
+    const char* name;
+    Call failing;
+    platform::SecureStoreStatus status;
+    bool itemExists;
+    void (*run)(AIKeyChainDataStorage&, AIError&, const platform::Clock&);
+    const char* exceptionName;  // null: nothing raised, nothing reported
+    const char* message;
+  };
+  const Row rows[] = {
+      {"AddDuplicate", Call::add, status::kDuplicateItem, false, store, "Error while adding a new Item",
+        "The item already exists."},
+      {"AddUnknown", Call::add, -1, false, store, "Error while adding a new Item", "Unknown Error Code."},
+      {"Update", Call::update, status::kInteractionNotAllowed, true, store,
+        "Error while updating the Data in the storage",
+        "Interaction with the Security Server is not allowed."},
+      // A lookup failing otherwise than "not found" writes nothing and reports nothing.
+      {"LookupFails", Call::copyMatching, status::kAuthFailed, true, store, nullptr, nullptr},
+      {"Retrieve", Call::copyMatching, status::kDecode, true, retrieve,
+        "Error while retrieving a key chain Item", "Unable to decode the provided data."},
+      {"RetrieveNotFound", Call::copyMatching, status::kItemNotFound, true, retrieve, nullptr, nullptr},
+      {"Delete", Call::remove, status::kParam, true, erase,
+        "Error while deleting the item from the key chain",
+        "One or more parameters passed to the function were not valid."},
+      {"DeleteNotFound", Call::remove, status::kItemNotFound, true, erase, nullptr, nullptr}};
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    testing::ManualClock clock;
+    const auto store = std::make_shared<testing::InMemorySecureStore>();
+    AIKeyChainDataStorage storage(store);
+    AIError error;
+    if (row.itemExists) storage.storeData(AIAccessToken("a", clock.now(), clock), true, error);
+    store->failWith(row.failing, row.status);
+    if (row.exceptionName == nullptr) {
+      EXPECT_NO_THROW(row.run(storage, error, clock));
+      EXPECT_EQ(error, AIError());
+      continue;
+    }
+    try {
+      row.run(storage, error, clock);
+      ADD_FAILURE() << "no exception";
+    } catch (const AIStorageException& exception) {
+      EXPECT_EQ(exception.name(), row.exceptionName);
+      EXPECT_EQ(exception.reason(), "");
+    }
+    EXPECT_EQ(error, AIError(kAIDeviceError, row.message));
+  }
+}
 
 TEST_F(StorageTest, DeletingATypeWithoutItemSucceedsSilently) {
   AIError error;
@@ -200,31 +196,31 @@ TEST_F(StorageTest, SaveAndDeleteFailuresAreSwallowedIntoTheErrorObject) {
   EXPECT_EQ(removedServices(), (std::vector<std::string>{"3", "1", "4", "2"}));
 }
 
-struct ChainCase {
-  std::int32_t type;
-  std::vector<std::string> deleted;
-  std::vector<std::string> left;
-};
-
-class DependentDeletion : public StorageTest, public ::testing::WithParamInterface<ChainCase> {};
-
-TEST_P(DependentDeletion, DeletesTheTypeAndEverythingAfterItInOrder) {
-  storeAllFour();
-  AIError error;
-  manager_.deleteAlldependentTokenFromStorageToType(GetParam().type, error);
-  EXPECT_EQ(removedServices(), GetParam().deleted);
-  EXPECT_EQ(services(), GetParam().left);
-  EXPECT_FALSE(error.hasErrorOccured());
+TEST_F(StorageTest, DependentDeletionDeletesTheTypeAndEverythingAfterItInOrder) {
+  struct Row {
+    std::int32_t type;
+    std::vector<std::string> deleted;
+    std::vector<std::string> left;
+  };
+  const Row rows[] = {{kTokenTypeCode, {"3", "1", "4", "2"}, {}},
+                      {kTokenTypeRefreshToken, {"1", "4", "2"}, {"3"}},
+                      {kTokenTypeProfileData, {"4", "2"}, {"3", "1"}},
+                      {kTokenTypeAccessToken, {"2"}, {"3", "1", "4"}},
+                      {kTokenTypePlain, {}, {"3", "1", "4", "2"}},
+                      {5, {}, {"3", "1", "4", "2"}}, {-1, {}, {"3", "1", "4", "2"}}};
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.type);
+    // A new store for each row.
+    store_ = std::make_shared<testing::InMemorySecureStore>();
+    manager_ = AITokenManager{AIDataStorageFactory(store_)};
+    storeAllFour();
+    AIError error;
+    manager_.deleteAlldependentTokenFromStorageToType(row.type, error);
+    EXPECT_EQ(removedServices(), row.deleted);
+    EXPECT_EQ(services(), row.left);
+    EXPECT_FALSE(error.hasErrorOccured());
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Chain, DependentDeletion,
-    ::testing::Values(ChainCase{kTokenTypeCode, {"3", "1", "4", "2"}, {}},
-                      ChainCase{kTokenTypeRefreshToken, {"1", "4", "2"}, {"3"}},
-                      ChainCase{kTokenTypeProfileData, {"4", "2"}, {"3", "1"}},
-                      ChainCase{kTokenTypeAccessToken, {"2"}, {"3", "1", "4"}},
-                      ChainCase{kTokenTypePlain, {}, {"3", "1", "4", "2"}},
-                      ChainCase{5, {}, {"3", "1", "4", "2"}}, ChainCase{-1, {}, {"3", "1", "4", "2"}}));
 
 TEST(TokenManagerOverSqlite, AccessTokenRoundTripsThroughTheFile) {
   std::string pattern = (std::filesystem::temp_directory_path() / "applogic-tm-XXXXXX").string();

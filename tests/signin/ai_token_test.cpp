@@ -20,16 +20,19 @@ class AITokenTest : public ::testing::Test {
   testing::ManualClock clock_;
 };
 
+// Valid while its expiration date is after now: at that very instant it no longer is, for any
+// request of scopes; without a token or an expiration date it never is.
 TEST_F(AITokenTest, AccessTokenExpiringExactlyNowIsInvalid) {
   const AIAccessToken token("at", clock_.now() + seconds(1), clock_);
+  const AIAccessToken scoped("at", {"profile"}, clock_.now() + seconds(1), clock_);
   EXPECT_TRUE(token.isValid(clock_));
   clock_.advance(std::chrono::nanoseconds(999'999'999));
   EXPECT_TRUE(token.isValid(clock_));
+  EXPECT_TRUE(scoped.isValidForScopes({}, clock_));
   clock_.advance(std::chrono::nanoseconds(1));
   EXPECT_FALSE(token.isValid(clock_));
-}
+  EXPECT_FALSE(scoped.isValidForScopes({}, clock_));
 
-TEST_F(AITokenTest, AccessTokenNeedsTokenAndExpiration) {
   EXPECT_FALSE(AIAccessToken(std::nullopt, clock_.now() + seconds(60), clock_).isValid(clock_));
   EXPECT_FALSE(AIAccessToken("at", std::nullopt, clock_).isValid(clock_));
 }
@@ -52,30 +55,18 @@ TEST_F(AITokenTest, RefreshTokenNeverExpires) {
   EXPECT_FALSE(AIRefreshToken(std::nullopt, clock_).isValid(clock_));
 }
 
-struct ScopeCase {
-  std::vector<std::string> requested;
-  bool valid;
-};
-
-class ValidForScopes : public ::testing::TestWithParam<ScopeCase> {};
-
-TEST_P(ValidForScopes, EveryRequestedScopeMustBeHeld) {
+TEST(ValidForScopes, EveryRequestedScopeMustBeHeld) {
+  const std::pair<std::vector<std::string>, bool> rows[] = {
+      {{}, true}, {{"profile"}, true}, {{"postal_code", "profile"}, true}, {{"profile", "profile"}, true},
+      {{"Profile"}, false}, {{"profile", "email"}, false}, {{""}, false}};
   testing::ManualClock clock;
   const AIAccessToken access("at", {"profile", "postal_code"}, clock.now() + seconds(60), clock);
   const AIRefreshToken refresh("rt", {"profile", "postal_code"}, clock);
-  EXPECT_EQ(access.isValidForScopes(GetParam().requested, clock), GetParam().valid);
-  EXPECT_EQ(refresh.isValidForScopes(GetParam().requested, clock), GetParam().valid);
-}
-
-INSTANTIATE_TEST_SUITE_P(Requests, ValidForScopes,
-                         ::testing::Values(ScopeCase{{}, true}, ScopeCase{{"profile"}, true},
-                                           ScopeCase{{"postal_code", "profile"}, true},
-                                           ScopeCase{{"profile", "profile"}, true}, ScopeCase{{"Profile"}, false},
-                                           ScopeCase{{"profile", "email"}, false}, ScopeCase{{""}, false}));
-
-TEST_F(AITokenTest, ExpiredAccessTokenIsInvalidForEveryRequest) {
-  const AIAccessToken token("at", {"profile"}, clock_.now(), clock_);
-  EXPECT_FALSE(token.isValidForScopes({}, clock_));
+  for (const auto& [requested, valid] : rows) {
+    SCOPED_TRACE(::testing::PrintToString(requested));
+    EXPECT_EQ(access.isValidForScopes(requested, clock), valid);
+    EXPECT_EQ(refresh.isValidForScopes(requested, clock), valid);
+  }
 }
 
 TEST_F(AITokenTest, EqualityComparesTokenTypeAndScopesInAnyOrder) {
@@ -159,21 +150,20 @@ TEST(AITokenArchive, MissingKeysReadAsAbsent) {
   EXPECT_FALSE(token->isValid(clock));
 }
 
-class UnreadableArchive : public ::testing::TestWithParam<const char*> {};
-
-TEST_P(UnreadableArchive, GivesNoObject) { EXPECT_EQ(AIToken::unarchiveFromNSData(bytes(GetParam())), nullptr); }
-
-INSTANTIATE_TEST_SUITE_P(
-    Corrupt, UnreadableArchive,
-    ::testing::Values("", "not json", "[]", R"("AIToken")", R"({"token":"t"})", R"({"$class":"NSString"})",
-                      R"({"$class":7})", R"({"$class":"AIToken","token":5})",
-                      R"({"$class":"AIToken","tokenType":"2"})", R"({"$class":"AIToken","tokenType":4294967296})",
-                      R"({"$class":"AIToken","localTimeStamp":"yesterday"})",
-                      R"({"$class":"AIAccessToken","expirationDate":1e300})",
-                      R"({"$class":"AIAccessToken","expirationDate":1e10})",
-                      R"({"$class":"AIToken","localTimeStamp":-1e10})",
-                      R"({"$class":"AIAccessToken","scopes":"profile"})", R"({"$class":"AIRefreshToken","scopes":[1]})",
-                      R"({"$class":"AIProfileData","profile":[]})", R"({"$class":"AIToken"} trailing)"));
+TEST(UnreadableArchive, GivesNoObject) {
+  for (const char* archive :
+       {"", "not json", "[]", R"("AIToken")", R"({"token":"t"})", R"({"$class":"NSString"})",
+        R"({"$class":7})", R"({"$class":"AIToken","token":5})",
+        R"({"$class":"AIToken","tokenType":"2"})", R"({"$class":"AIToken","tokenType":4294967296})",
+        R"({"$class":"AIToken","localTimeStamp":"yesterday"})",
+        R"({"$class":"AIAccessToken","expirationDate":1e300})",
+        R"({"$class":"AIAccessToken","expirationDate":1e10})",
+        R"({"$class":"AIToken","localTimeStamp":-1e10})",
+        R"({"$class":"AIAccessToken","scopes":"profile"})", R"({"$class":"AIRefreshToken","scopes":[1]})",
+        R"({"$class":"AIProfileData","profile":[]})", R"({"$class":"AIToken"} trailing)"}) {
+    EXPECT_EQ(AIToken::unarchiveFromNSData(bytes(archive)), nullptr) << archive;
+  }
+}
 
 }  // namespace
 }  // namespace applogic::signin

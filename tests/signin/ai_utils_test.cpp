@@ -64,13 +64,6 @@ TEST_F(AIUtilsTest, AnInvalidOrMissingKeyGivesNoAppInformation) {
   EXPECT_FALSE(utils().getAppInfo());
 }
 
-TEST_F(AIUtilsTest, RedirectAddressAndEndPoint) {
-  EXPECT_EQ(utils().getRedirectToUrl(), "amzn-com.tunevo.app://?methodName=signin");
-  EXPECT_EQ(utils().getEndPoint(), "amazon.com");
-  bundle_->set(platform::kCFBundleIdentifierKey, std::nullopt);
-  EXPECT_FALSE(utils().getRedirectToUrl());
-}
-
 TEST_F(AIUtilsTest, AppIdIsTheEscapedBase64OfTheBundleIdentifierObject) {
   struct Row {
     const char* bundleIdentifier;
@@ -91,7 +84,9 @@ TEST_F(AIUtilsTest, AppIdIsTheEscapedBase64OfTheBundleIdentifierObject) {
   EXPECT_FALSE(utils().getAppId());
 }
 
-TEST_F(AIUtilsTest, LocaleUUIDAndURLScheme) {
+TEST_F(AIUtilsTest, RedirectAddressEndPointLocaleUUIDAndURLScheme) {
+  EXPECT_EQ(utils().getRedirectToUrl(), "amzn-com.tunevo.app://?methodName=signin");
+  EXPECT_EQ(utils().getEndPoint(), "amazon.com");
   EXPECT_EQ(utils().getCurrentLocale(), "de");
   const std::regex uuid("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}");
   const auto first = utils().getUUID();
@@ -104,6 +99,8 @@ TEST_F(AIUtilsTest, LocaleUUIDAndURLScheme) {
   EXPECT_FALSE(utils().getAppUrlScheme());
   bundle_->setURLSchemes({"amzn-com.tunevo.app", "tunevo"});
   EXPECT_EQ(utils().getAppUrlScheme(), "amzn-com.tunevo.app://");
+  bundle_->set(platform::kCFBundleIdentifierKey, std::nullopt);
+  EXPECT_FALSE(utils().getRedirectToUrl());
 }
 
 TEST(AIUtilsParseTest, QueryParametersOfAURL) {

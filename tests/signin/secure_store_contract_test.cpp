@@ -189,23 +189,19 @@ TYPED_TEST(SecureStoreContract, MalformedCallsAreBadParameters) {
   EXPECT_EQ(this->read("1"), Bytes{1});
 }
 
-TYPED_TEST(SecureStoreContract, UpdateReplacesTheMatchingItemOnly) {
-  auto& store = *this->store_;
-  ASSERT_EQ(store.add(item("1", {1})), status::kSuccess);
-  ASSERT_EQ(store.add(item("2", {2})), status::kSuccess);
-  EXPECT_EQ(store.update(query("1"), dataOnly({7, 7})), status::kSuccess);
-  EXPECT_EQ(this->read("1"), (Bytes{7, 7}));
-  EXPECT_EQ(this->read("2"), Bytes{2});
-  EXPECT_EQ(store.update(query("3"), dataOnly({3})), status::kItemNotFound);
-}
-
-TYPED_TEST(SecureStoreContract, UpdateOntoAnotherServiceCollidesAndChangesNothing) {
+// An update replaces the matching item's data only; moved onto another item's service it
+// collides and changes nothing.
+TYPED_TEST(SecureStoreContract, UpdateReplacesTheMatchingItemOnlyAndNeverCollides) {
   auto& store = *this->store_;
   ASSERT_EQ(store.add(item("1", {1})), status::kSuccess);
   ASSERT_EQ(store.add(item("2", {2})), status::kSuccess);
   EXPECT_EQ(store.update(query("1"), SecureItem{std::nullopt, "2", std::nullopt, Bytes{9}}), status::kDuplicateItem);
   EXPECT_EQ(this->read("1"), Bytes{1});
   EXPECT_EQ(this->read("2"), Bytes{2});
+  EXPECT_EQ(store.update(query("1"), dataOnly({7, 7})), status::kSuccess);
+  EXPECT_EQ(this->read("1"), (Bytes{7, 7}));
+  EXPECT_EQ(this->read("2"), Bytes{2});
+  EXPECT_EQ(store.update(query("3"), dataOnly({3})), status::kItemNotFound);
 }
 
 TYPED_TEST(SecureStoreContract, RemoveDeletesOnceThenFindsNothing) {
@@ -316,6 +312,7 @@ mode_t modeOf(const std::filesystem::path& path) {
   return info.st_mode & 0777;
 }
 
+// A new file is made private whatever the umask, and an existing file with a wider mode is narrowed.
 TEST(SqliteSecureStore, FileIsPrivateAndInWalMode) {
   ScratchDirectory directory;
   const auto path = directory.path() / "tunevo" / "store.sqlite3";
@@ -328,15 +325,12 @@ TEST(SqliteSecureStore, FileIsPrivateAndInWalMode) {
   const auto wal = std::filesystem::path(path.string() + "-wal");
   ASSERT_TRUE(std::filesystem::exists(wal));
   EXPECT_EQ(modeOf(wal), 0600u);
-}
 
-TEST(SqliteSecureStore, ExistingFileWithWiderModeIsNarrowed) {
-  ScratchDirectory directory;
-  const auto path = directory.path() / "store.sqlite3";
-  { std::ofstream{path}; }
-  std::filesystem::permissions(path, std::filesystem::perms::all);
-  ASSERT_EQ(platform::makeSqliteSecureStore(path)->add(item("1", {1})), status::kSuccess);
-  EXPECT_EQ(modeOf(path), 0600u);
+  const auto existing = directory.path() / "existing.sqlite3";
+  { std::ofstream{existing}; }
+  std::filesystem::permissions(existing, std::filesystem::perms::all);
+  ASSERT_EQ(platform::makeSqliteSecureStore(existing)->add(item("1", {1})), status::kSuccess);
+  EXPECT_EQ(modeOf(existing), 0600u);
 }
 
 TEST(SqliteSecureStore, ItemsPersistAndAreSharedBetweenConnections) {
@@ -399,30 +393,27 @@ TEST(SqliteSecureStore, UnreachablePathIsNotAvailableUntilItBecomesReachable) {
   EXPECT_EQ(platform::makeSqliteSecureStore({})->remove(query("1")), status::kNotAvailable);
 }
 
-struct PathCase {
-  const char* xdgDataHome;
-  const char* home;
-  const char* expected;
-};
-
-class DefaultSecureStorePath : public ::testing::TestWithParam<PathCase> {};
-
-TEST_P(DefaultSecureStorePath, FollowsXdgThenHome) {
-  const auto& row = GetParam();
-  const auto path = platform::defaultSecureStorePath([&](const char* name) -> const char* {
-    const std::string_view key(name);
-    return key == "XDG_DATA_HOME" ? row.xdgDataHome : key == "HOME" ? row.home : nullptr;
-  });
-  EXPECT_EQ(path, std::filesystem::path(row.expected));
+// XDG_DATA_HOME when it is an absolute path, then HOME's .local/share; neither gives no path.
+TEST(DefaultSecureStorePath, FollowsXdgThenHome) {
+  struct Row {
+    const char* xdgDataHome;
+    const char* home;
+    const char* expected;
+  };
+  const Row rows[] = {{"/data", "/home/u", "/data/tunevo/secure-store.sqlite3"},
+                      {nullptr, "/home/u", "/home/u/.local/share/tunevo/secure-store.sqlite3"},
+                      {"", "/home/u", "/home/u/.local/share/tunevo/secure-store.sqlite3"},
+                      {"relative", "/home/u", "/home/u/.local/share/tunevo/secure-store.sqlite3"},
+                      {nullptr, nullptr, ""}, {nullptr, "relative", ""}};
+  for (const Row& row : rows) {
+    const auto path = platform::defaultSecureStorePath([&](const char* name) -> const char* {
+      const std::string_view key(name);
+      return key == "XDG_DATA_HOME" ? row.xdgDataHome : key == "HOME" ? row.home : nullptr;
+    });
+    EXPECT_EQ(path, std::filesystem::path(row.expected))
+        << (row.xdgDataHome ? row.xdgDataHome : "(unset)") << " " << (row.home ? row.home : "(unset)");
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Environments, DefaultSecureStorePath,
-    ::testing::Values(PathCase{"/data", "/home/u", "/data/tunevo/secure-store.sqlite3"},
-                      PathCase{nullptr, "/home/u", "/home/u/.local/share/tunevo/secure-store.sqlite3"},
-                      PathCase{"", "/home/u", "/home/u/.local/share/tunevo/secure-store.sqlite3"},
-                      PathCase{"relative", "/home/u", "/home/u/.local/share/tunevo/secure-store.sqlite3"},
-                      PathCase{nullptr, nullptr, ""}, PathCase{nullptr, "relative", ""}));
 
 }  // namespace
 }  // namespace applogic
