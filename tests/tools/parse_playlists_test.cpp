@@ -17,50 +17,45 @@ namespace {
 
 using test::Outcome;
 
-struct KindRow {
-  const char* kind;
-  const char* input;
-  const char* output;
-  friend void PrintTo(const KindRow& row, std::ostream* out) { *out << row.kind << " " << row.input; }
-};
-
-class PlaylistParseKinds : public ::testing::TestWithParam<KindRow> {};
-
-TEST_P(PlaylistParseKinds, PrintsOneJsonDocumentAndExitsZero) {
-  const auto& row = GetParam();
-  std::istringstream in{std::string(row.input)};
-  std::ostringstream out;
-  std::ostringstream err;
-  EXPECT_EQ(runParse(std::vector<std::string>{row.kind}, in, out, err), 0);
-  EXPECT_EQ(out.str(), std::string(row.output) + "\n");
-  EXPECT_EQ(err.str(), "");
-}
-
 constexpr const char* kUnknownMetadata = R"({"queryLimit":-1,"queryOffset":-1,"returnedCount":-1,"totalCount":-1})";
 
-INSTANTIATE_TEST_SUITE_P(
-    Records, PlaylistParseKinds,
-    ::testing::Values(
-        KindRow{"metadata", R"({"meta":{"query":{"limit":2,"offset":4},"returnedCount":2,"totalCount":9}})",
-                R"({"queryLimit":2,"queryOffset":4,"returnedCount":2,"totalCount":9})"},
-        KindRow{"metadata", "{}", kUnknownMetadata},
-        KindRow{"playlist-tracks-page", R"({"meta":{"totalCount":0},"tracks":[]})",
-                R"({"metadata":{"queryLimit":-1,"queryOffset":-1,"returnedCount":-1,"totalCount":0},"payload":[]})"},
-        KindRow{"playlists",
-                R"({"playlists":[{"id":"MP.1","name":"N","privacy":"public","artistId":"o","trackIds":["x"],
+// Every kind prints its records as one JSON document; an input without the kind's value prints null.
+TEST(PlaylistParseKinds, PrintsOneJsonDocumentAndExitsZero) {
+  struct Row {
+    const char* kind;
+    const char* input;
+    const char* output;
+  };
+  const Row rows[] = {
+      {"metadata", R"({"meta":{"query":{"limit":2,"offset":4},"returnedCount":2,"totalCount":9}})",
+       R"({"queryLimit":2,"queryOffset":4,"returnedCount":2,"totalCount":9})"},
+      {"metadata", "{}", kUnknownMetadata},
+      {"playlist-tracks-page", R"({"meta":{"totalCount":0},"tracks":[]})",
+       R"({"metadata":{"queryLimit":-1,"queryOffset":-1,"returnedCount":-1,"totalCount":0},"payload":[]})"},
+      {"playlists",
+       R"({"playlists":[{"id":"MP.1","name":"N","privacy":"public","artistId":"o","trackIds":["x"],
                     "images":[{"imageType":"displayImage","id":"d","version":2,"isDefault":true},
                               {"imageType":"giphyImage","id":"g"}]},{"images":[]}]})",
-                R"([{"id":"mp.1","name":"N","trackIds":null,"isPublic":true,"ownerId":"o","images":[)"
-                R"({"display":{"id":"d","version":2,"isDefault":true,"imageType":"displayImage"}},{"giphy":"g"}]},)"
-                R"({"id":"","name":"","trackIds":null,"isPublic":false,"ownerId":null,"images":[]}])"},
-        KindRow{"playlist-images", R"({"images":[{"imageType":"GiphyImage","id":"x"},{"imageType":"giphyImage","id":"g"}]})",
-                R"([{"giphy":"g"}])"}));
-
-INSTANTIATE_TEST_SUITE_P(AbsentResults, PlaylistParseKinds,
-                         ::testing::Values(KindRow{"metadata", "[]", "null"},
-                                           KindRow{"playlist-tracks-page", R"({"meta":{"totalCount":9}})", "null"},
-                                           KindRow{"playlists", R"({"playlists":{}})", "null"},
-                                           KindRow{"playlist-images", R"({"images":[1]})", "null"}));
+       R"([{"id":"mp.1","name":"N","trackIds":null,"isPublic":true,"ownerId":"o","images":[)"
+       R"({"display":{"id":"d","version":2,"isDefault":true,"imageType":"displayImage"}},{"giphy":"g"}]},)"
+       R"({"id":"","name":"","trackIds":null,"isPublic":false,"ownerId":null,"images":[]}])"},
+      {"playlist-images", R"({"images":[{"imageType":"GiphyImage","id":"x"},{"imageType":"giphyImage","id":"g"}]})",
+       R"([{"giphy":"g"}])"},
+      // absent results
+      {"metadata", "[]", "null"},
+      {"playlist-tracks-page", R"({"meta":{"totalCount":9}})", "null"},
+      {"playlists", R"({"playlists":{}})", "null"},
+      {"playlist-images", R"({"images":[1]})", "null"}};
+  for (const Row& row : rows) {
+    SCOPED_TRACE(std::string(row.kind) + " " + row.input);
+    std::istringstream in{std::string(row.input)};
+    std::ostringstream out;
+    std::ostringstream err;
+    EXPECT_EQ(runParse(std::vector<std::string>{row.kind}, in, out, err), 0);
+    EXPECT_EQ(out.str(), std::string(row.output) + "\n");
+    EXPECT_EQ(err.str(), "");
+  }
+}
 
 TEST(PlaylistParseStop, DisplayImageWithoutIdEndsTheProgramWithNothingOnStandardOutput) {
   struct Row {

@@ -36,23 +36,6 @@ constexpr const char* kEmptyTrackOut =
     R"({"id":"","name":"","playbackSeconds":0,"explicit":false,"artistID":"","artistName":"",)"
     R"("albumID":"","albumName":"","isStreamable":false,"previewURL":""})";
 
-struct KindRow {
-  const char* kind;
-  std::string input;
-  std::string output;
-  friend void PrintTo(const KindRow& row, std::ostream* out) { *out << row.kind << " " << row.input; }
-};
-
-class ParseKinds : public ::testing::TestWithParam<KindRow> {};
-
-TEST_P(ParseKinds, PrintsOneJsonDocumentAndExitsZero) {
-  const auto& row = GetParam();
-  const Outcome run = parse({row.kind}, row.input);
-  EXPECT_EQ(run.status, 0);
-  EXPECT_EQ(run.out, row.output + "\n");
-  EXPECT_EQ(run.err, "");
-}
-
 std::string wrap(const char* key, const std::string& items) {
   return std::string("{\"") + key + "\":" + items + "}";
 }
@@ -61,32 +44,43 @@ std::string linked(const char* key) {
   return wrap(key, std::string(R"([{"linked":{"tracks":[)") + kTrackIn + R"(,{}]}},{"linked":5}])");
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Records, ParseKinds,
-    ::testing::Values(
-        KindRow{"tracks", wrap("tracks", std::string("[") + kTrackIn + ",{}]"),
-                std::string("[") + kTrackOut + "," + kEmptyTrackOut + "]"},
-        KindRow{"playlist-tracks", wrap("tracks", std::string("[") + kTrackIn + "]"),
-                std::string("[") + kTrackOut + "]"},
-        KindRow{"search-tracks", wrap("data", std::string("[") + kTrackIn + "]"),
-                std::string("[") + kTrackOut + "]"},
-        KindRow{"listening-history", wrap("tracks", std::string("[") + kTrackIn + "]"),
-                std::string("[") + kTrackOut + "]"},
-        KindRow{"user-top-chart", linked("charts"), std::string("[") + kTrackOut + "]"},
-        KindRow{"favorites", linked("favorites"), std::string("[") + kTrackOut + "]"},
-        KindRow{"genres", R"({"genres":[{"id":"G.1","name":"Rock","description":5,"x":1}]})",
-                R"([{"id":"g.1","name":"Rock","description":""}])"},
-        KindRow{"tracks", R"({"tracks":[]})", "[]"}, KindRow{"genres", R"({"genres":[]})", "[]"}));
-
-INSTANTIATE_TEST_SUITE_P(
-    AbsentResults, ParseKinds,
-    ::testing::Values(KindRow{"tracks", R"({"data":[]})", "null"},
-                      KindRow{"playlist-tracks", "[]", "null"},
-                      KindRow{"search-tracks", R"({"tracks":[]})", "null"},
-                      KindRow{"listening-history", R"({"tracks":{}})", "null"},
-                      KindRow{"user-top-chart", R"({"charts":[1]})", "null"},
-                      KindRow{"favorites", "null", "null"},
-                      KindRow{"genres", R"({"genres":{}})", "null"}));
+// Every kind prints its records as one JSON document; an input without the kind's list prints null.
+TEST(ParseKinds, PrintsOneJsonDocumentAndExitsZero) {
+  struct Row {
+    const char* kind;
+    std::string input;
+    std::string output;
+  };
+  const Row rows[] = {
+      {"tracks", wrap("tracks", std::string("[") + kTrackIn + ",{}]"),
+       std::string("[") + kTrackOut + "," + kEmptyTrackOut + "]"},
+      {"playlist-tracks", wrap("tracks", std::string("[") + kTrackIn + "]"),
+       std::string("[") + kTrackOut + "]"},
+      {"search-tracks", wrap("data", std::string("[") + kTrackIn + "]"),
+       std::string("[") + kTrackOut + "]"},
+      {"listening-history", wrap("tracks", std::string("[") + kTrackIn + "]"),
+       std::string("[") + kTrackOut + "]"},
+      {"user-top-chart", linked("charts"), std::string("[") + kTrackOut + "]"},
+      {"favorites", linked("favorites"), std::string("[") + kTrackOut + "]"},
+      {"genres", R"({"genres":[{"id":"G.1","name":"Rock","description":5,"x":1}]})",
+       R"([{"id":"g.1","name":"Rock","description":""}])"},
+      {"tracks", R"({"tracks":[]})", "[]"}, {"genres", R"({"genres":[]})", "[]"},
+      // absent results
+      {"tracks", R"({"data":[]})", "null"},
+      {"playlist-tracks", "[]", "null"},
+      {"search-tracks", R"({"tracks":[]})", "null"},
+      {"listening-history", R"({"tracks":{}})", "null"},
+      {"user-top-chart", R"({"charts":[1]})", "null"},
+      {"favorites", "null", "null"},
+      {"genres", R"({"genres":{}})", "null"}};
+  for (const Row& row : rows) {
+    SCOPED_TRACE(std::string(row.kind) + " " + row.input);
+    const Outcome run = parse({row.kind}, row.input);
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.out, row.output + "\n");
+    EXPECT_EQ(run.err, "");
+  }
+}
 
 TEST(ParseKindTable, ListsEveryKindOnceAndTheUsageNamesThemAll) {
   std::set<std::string_view> names;
@@ -109,33 +103,29 @@ TEST(ParseKindTable, ListsEveryKindOnceAndTheUsageNamesThemAll) {
   }
 }
 
-struct NotJsonRow {
-  const char* text;
-  const char* where;  // source:line:column
-  const char* reason;
-};
-
-class NotJson : public ::testing::TestWithParam<NotJsonRow> {};
-
-TEST_P(NotJson, SaysWhereItBrokeAndExitsTwo) {
-  const auto& row = GetParam();
-  const Outcome run = parse({"tracks"}, row.text);
-  EXPECT_EQ(run.status, 2);
-  EXPECT_EQ(run.out, "");
-  EXPECT_EQ(run.err, std::string("tunevo parse: standard input:") + row.where +
-                         ": not JSON: " + row.reason + "\n");
+TEST(NotJson, SaysWhereItBrokeAndExitsTwo) {
+  struct Row {
+    const char* text;
+    const char* where;  // source:line:column
+    const char* reason;
+  };
+  const Row rows[] = {
+      {R"({"tracks":[1,2,x]})", "1:16", "syntax error"},
+      {"{\n  \"tracks\": [\n    x\n]}", "3:5", "syntax error"},
+      {"{\"tracks\":[]}\n\n 5", "3:2", "extra data"},
+      {"{\"tracks\":", "1:11", "incomplete JSON"},
+      {"", "1:1", "incomplete JSON"},
+      {"\n\n", "3:1", "incomplete JSON"},
+      {"\"\xFF\"", "1:2", "syntax error"},
+      {"{'tracks':[]}", "1:2", "syntax error"}};
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.text);
+    const Outcome run = parse({"tracks"}, row.text);
+    EXPECT_EQ(run.status, 2);
+    EXPECT_EQ(run.out, "");
+    EXPECT_EQ(run.err, std::string("tunevo parse: standard input:") + row.where + ": not JSON: " + row.reason + "\n");
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Rows, NotJson,
-    ::testing::Values(NotJsonRow{R"({"tracks":[1,2,x]})", "1:16", "syntax error"},
-                      NotJsonRow{"{\n  \"tracks\": [\n    x\n]}", "3:5", "syntax error"},
-                      NotJsonRow{"{\"tracks\":[]}\n\n 5", "3:2", "extra data"},
-                      NotJsonRow{"{\"tracks\":", "1:11", "incomplete JSON"},
-                      NotJsonRow{"", "1:1", "incomplete JSON"},
-                      NotJsonRow{"\n\n", "3:1", "incomplete JSON"},
-                      NotJsonRow{"\"\xFF\"", "1:2", "syntax error"},
-                      NotJsonRow{"{'tracks':[]}", "1:2", "syntax error"}));
 
 TEST(ParseUsage, BadUsageAndUnknownKindsExit64WithUsageOnStandardError) {
   struct Row {
@@ -155,7 +145,7 @@ TEST(ParseUsage, BadUsageAndUnknownKindsExit64WithUsageOnStandardError) {
   }
 }
 
-TEST(ParseInput, ReadsTheFileOrStandardInputForDash) {
+TEST(ParseInput, ReadsTheFileOrStandardInputForDashAndUnreadableFilesExit66) {
   const auto path = scratchFile("parse_input.json", R"({"genres":[{"id":"g.1"}]})");
   const Outcome fromFile = parse({"genres", path.string()}, R"({"genres":[]})");
   EXPECT_EQ(fromFile.status, 0);
@@ -169,22 +159,21 @@ TEST(ParseInput, ReadsTheFileOrStandardInputForDash) {
   const Outcome notJson = parse({"genres", broken.string()});
   EXPECT_EQ(notJson.status, 2);
   EXPECT_EQ(notJson.err, "tunevo parse: " + broken.string() + ":2:2: not JSON: extra data\n");
-}
 
-TEST(ParseInput, UnreadableFilesExit66) {
+  // A file that is missing, or a directory, cannot be read: 66.
   const auto missing = std::filesystem::path(::testing::TempDir()) / "no_such_answer.json";
   std::filesystem::remove(missing);
-  for (const std::string& path : {missing.string(), std::string(::testing::TempDir())}) {
-    const Outcome run = parse({"tracks", path});
-    EXPECT_EQ(run.status, 66) << path;
-    EXPECT_EQ(run.out, "") << path;
-    EXPECT_EQ(run.err.rfind("tunevo parse: cannot read " + path + ": ", 0), 0u) << run.err;
+  for (const std::string& unreadable : {missing.string(), std::string(::testing::TempDir())}) {
+    const Outcome run = parse({"tracks", unreadable});
+    EXPECT_EQ(run.status, 66) << unreadable;
+    EXPECT_EQ(run.out, "") << unreadable;
+    EXPECT_EQ(run.err.rfind("tunevo parse: cannot read " + unreadable + ": ", 0), 0u) << run.err;
   }
 }
 
 // The program itself: command dispatch and the standard streams.
 
-TEST(TunevoProgram, DispatchesCommandsAndRejectsUnknownOnes) {
+TEST(TunevoProgram, DispatchesCommandsRejectsUnknownOnesAndParsesStandardInputAndFiles) {
   const Outcome none = runTunevo("");
   EXPECT_EQ(none.status, 64);
   EXPECT_EQ(none.out, "");
@@ -201,9 +190,8 @@ TEST(TunevoProgram, DispatchesCommandsAndRejectsUnknownOnes) {
 
   const Outcome badKind = runTunevo("parse songs");
   EXPECT_EQ(badKind.status, 64);
-}
 
-TEST(TunevoProgram, ParseReadsStandardInputAndFiles) {
+  // parse reads the program's standard input and files.
   const auto answer = scratchFile("program_answer.json", R"({"tracks":[{"id":"TRA.5"}]})");
   const std::string expected =
       R"([{"id":"Tra.5","name":"","playbackSeconds":0,"explicit":false,"artistID":"","artistName":"",)"

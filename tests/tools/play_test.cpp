@@ -16,14 +16,12 @@ TEST(TunevoPlay, PlaysAClipToItsEndWithoutASoundDevice) {
   EXPECT_NE(run.out.find("\nplayed to the end\n"), std::string::npos) << run.out;
 }
 
-TEST(TunevoPlay, AnAddressThatCannotBePlayedIsAnErrorWithTheControllersLogLine) {
+TEST(TunevoPlay, UnplayableAddressesAndBadUsageAreErrors) {
   const Outcome run = runTunevo("play --sink 'fakesink sync=true' file:///nonexistent/clip.wav");
   EXPECT_EQ(run.status, 69);
   EXPECT_NE(run.err.find("AudioPreviewController Failed to play to the end\n"), std::string::npos) << run.err;
   EXPECT_NE(run.err.find("tunevo play: cannot play file:///nonexistent/clip.wav\n"), std::string::npos) << run.err;
-}
-
-TEST(TunevoPlay, UsageErrors) {
+  // Usage errors, and a sink that does not exist.
   EXPECT_EQ(runTunevo("play").status, 64);
   EXPECT_EQ(runTunevo("play a b").status, 64);
   EXPECT_EQ(runTunevo("play 'http://bad host/x'").status, 64);

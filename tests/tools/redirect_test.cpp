@@ -112,7 +112,7 @@ TEST_F(ListenerFixture, RefusesADirectoryOthersCanEnter) {
   EXPECT_NE(error.find("mode 0700"), std::string::npos) << error;
 }
 
-TEST(UrlHandler, InstallsAndRemovesTheDesktopEntryForTheAppScheme) {
+TEST(UrlHandler, InstallsAndRemovesTheDesktopEntryForTheAppSchemeAndRefusesBundleIdsThatAreNoScheme) {
   const ScopedDirectoryVariable data("XDG_DATA_HOME", "data");
   const ScopedDirectoryVariable config("XDG_CONFIG_HOME", "config");  // where xdg-mime would write
   const Outcome install = runTunevo("url-handler install --bundle-id app.tunevo.Desktop");
@@ -131,12 +131,11 @@ TEST(UrlHandler, InstallsAndRemovesTheDesktopEntryForTheAppScheme) {
   const Outcome remove = runTunevo("url-handler remove --bundle-id app.tunevo.Desktop");
   EXPECT_EQ(remove.status, 0) << remove.err;
   EXPECT_FALSE(fs::exists(entry));
-}
 
-TEST(UrlHandler, QuotesTheProgramPathAndRefusesBundleIdsThatAreNoScheme) {
-  const std::string entry = urlHandlerDesktopEntry("amzn-a", "/opt/my \"app\"/$HOME\\tunevo");
-  EXPECT_NE(entry.find("Exec=\"/opt/my \\\\\"app\\\\\"/\\\\$HOME\\\\\\\\tunevo\" handle-url %u\n"), std::string::npos)
-      << entry;
+  // The program's path is quoted in the entry; a bundle id that makes no scheme is refused.
+  const std::string quoted = urlHandlerDesktopEntry("amzn-a", "/opt/my \"app\"/$HOME\\tunevo");
+  EXPECT_NE(quoted.find("Exec=\"/opt/my \\\\\"app\\\\\"/\\\\$HOME\\\\\\\\tunevo\" handle-url %u\n"), std::string::npos)
+      << quoted;
   EXPECT_EQ(appUrlScheme("app.tunevo.desktop"), "amzn-app.tunevo.desktop");
   for (const char* bad : {"", "app tunevo", "app;rm", "app/x", "äpp"}) {
     EXPECT_EQ(appUrlScheme(bad), std::nullopt) << bad;
