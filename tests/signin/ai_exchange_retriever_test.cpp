@@ -53,15 +53,8 @@ class ExchangeTest : public ::testing::Test {
     return ClientFixture::context(method, {"profile", "postal_code"}, {}, delegate ? delegate : delegate_);
   }
 
-  void store(const AIToken& token) {
-    AIError error;
-    tokens().saveTokenToStorage(token, token.getKey(), error);
-    ASSERT_FALSE(error.hasErrorOccured());
-  }
-  std::unique_ptr<AIToken> stored(std::int32_t type) const {
-    AIError error;
-    return tokens().getTokenFromStorage(type, error);
-  }
+  void store(const AIToken& token) { test::storeToken(tokens(), token); }
+  std::unique_ptr<AIToken> stored(std::int32_t type) const { return test::storedToken(tokens(), type); }
   AITokenManager tokens() const { return services_->tokenManager(); }
   void storeAll() {
     store(AICode("ac.CODE", *f_.clock));

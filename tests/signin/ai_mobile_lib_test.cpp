@@ -72,15 +72,8 @@ class MobileLibTest : public ::testing::Test {
 
   AIMobileLib lib() const { return AIMobileLib(f_.platform, f_.configuration); }
   AITokenManager tokens() const { return lib().proxy()->services()->tokenManager(); }
-  void store(const AIToken& token) {
-    AIError error;
-    tokens().saveTokenToStorage(token, token.getKey(), error);
-    ASSERT_FALSE(error.hasErrorOccured());
-  }
-  std::unique_ptr<AIToken> stored(std::int32_t type) const {
-    AIError error;
-    return tokens().getTokenFromStorage(type, error);
-  }
+  void store(const AIToken& token) { test::storeToken(tokens(), token); }
+  std::unique_ptr<AIToken> stored(std::int32_t type) const { return test::storedToken(tokens(), type); }
   AIAccessToken accessToken(std::string token, std::chrono::seconds lifetime, std::vector<std::string> scopes = {"profile"}) {
     return AIAccessToken(std::move(token), std::move(scopes), f_.clock->now() + lifetime, *f_.clock);
   }

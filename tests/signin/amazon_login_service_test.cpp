@@ -35,11 +35,7 @@ class AmazonLoginServiceTest : public ::testing::Test {
   ~AmazonLoginServiceTest() override { AIAuthPortalProxy::resetSharedInstance(); }
 
   AIMobileLib lib() const { return AIMobileLib(f_.platform, f_.configuration); }
-  void store(const AIToken& token) {
-    AIError error;
-    lib().proxy()->services()->tokenManager().saveTokenToStorage(token, token.getKey(), error);
-    ASSERT_FALSE(error.hasErrorOccured());
-  }
+  void store(const AIToken& token) { test::storeToken(lib().proxy()->services()->tokenManager(), token); }
   // Deletes the four stored kinds.
   void wipe() {
     AIError error;

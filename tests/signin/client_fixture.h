@@ -4,14 +4,18 @@
 // sign-in page and token endpoint are `authz` and `tokenExchange`, an in-memory store, a manual
 // clock, seeded randomness with the real crypto, and a scripted HTTP client on a manual main thread.
 
+#include <cstdint>
 #include <memory>
 #include <string>
+
+#include <gtest/gtest.h>
 
 #include "applogic/platform/openssl_crypto.h"
 #include "applogic/signin/client/ai_app_identifier.h"
 #include "applogic/signin/client/ai_call_context.h"
 #include "applogic/signin/client/ai_client_services.h"
 #include "applogic/signin/client/ai_spop.h"
+#include "applogic/signin/client/ai_token_manager.h"
 #include "applogic/testing/bundle_values.h"
 #include "applogic/testing/fixed_device_info.h"
 #include "applogic/testing/in_memory_secure_store.h"
@@ -35,6 +39,19 @@ inline std::string apiKeyFor(const std::string& authz, const std::string& tokenE
               R"("perm":[],"clientId":")" +
               clientId + R"(","appVariantId":"v","endpoints":{"authz":")" + authz + R"(","tokenExchange":")" +
               tokenExchange + R"("}})");
+}
+
+// Stores `token` under its own kind; a storage error fails the current test.
+inline void storeToken(const AITokenManager& tokens, const AIToken& token) {
+  AIError error;
+  tokens.saveTokenToStorage(token, token.getKey(), error);
+  ASSERT_FALSE(error.hasErrorOccured()) << "storing a token of kind " << token.getKey();
+}
+
+// The stored token of kind `type`; null when none is stored.
+inline std::unique_ptr<AIToken> storedToken(const AITokenManager& tokens, std::int32_t type) {
+  AIError error;
+  return tokens.getTokenFromStorage(type, error);
 }
 
 class ClientFixture {

@@ -142,10 +142,7 @@ class ExchangeOverTlsTest : public ::testing::Test {
     location = redirect->get_header_value("Location");
   }
 
-  std::unique_ptr<AIToken> stored(std::int32_t type) const {
-    AIError error;
-    return services_->tokenManager().getTokenFromStorage(type, error);
-  }
+  std::unique_ptr<AIToken> stored(std::int32_t type) const { return test::storedToken(services_->tokenManager(), type); }
 
   void exchangeCode() {
     ASSERT_NO_FATAL_FAILURE(signInAndStoreCode());
