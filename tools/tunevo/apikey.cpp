@@ -8,9 +8,7 @@
 #include <boost/json.hpp>
 #include <cerrno>
 #include <cstring>
-#include <fstream>
 #include <iostream>
-#include <iterator>
 #include <map>
 #include <memory>
 #include <optional>
@@ -19,6 +17,7 @@
 #include "applogic/signin/client/ai_api_key_helper.h"
 #include "applogic/signin/client/base64.h"
 #include "tunevo/exit_codes.h"
+#include "tunevo/pem_argument.h"
 
 namespace tunevo {
 namespace {
@@ -79,13 +78,9 @@ struct PemText {
 };
 
 PemText readPem(const std::string& argument, std::ostream& err) {
-  if (argument.starts_with("-----BEGIN")) return {argument, kExitOk};
-  std::ifstream file(argument, std::ios::binary);
-  if (!file) {
-    err << "tunevo apikey: cannot read '" << argument << "': " << std::strerror(errno) << "\n";
-    return {std::nullopt, kExitNoInput};
-  }
-  return {std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()), kExitOk};
+  if (auto text = readPemArgument(argument)) return {std::move(text), kExitOk};
+  err << "tunevo apikey: cannot read '" << argument << "': " << std::strerror(errno) << "\n";
+  return {std::nullopt, kExitNoInput};
 }
 
 std::string base64Of(std::string_view text) {

@@ -18,6 +18,7 @@
 #include "applogic/signin/amazon_login_service.h"
 #include "applogic/signin/client/ai_call_context.h"
 #include "tunevo/exit_codes.h"
+#include "tunevo/pem_argument.h"
 #include "tunevo/redirect_socket.h"
 
 namespace tunevo {
@@ -422,13 +423,9 @@ std::variant<std::unique_ptr<SignInSession>, int> openSession(const Command& com
   };
   ClientConfiguration configuration;
   if (options.publicKey) {
-    if (options.publicKey->starts_with("-----BEGIN")) {
-      configuration.apiKeyPublicKey = *options.publicKey;
-    } else if (auto text = readFile(*options.publicKey)) {
-      configuration.apiKeyPublicKey = std::move(*text);
-    } else {
-      return unreadable("public key", *options.publicKey);
-    }
+    auto text = readPemArgument(*options.publicKey);
+    if (!text) return unreadable("public key", *options.publicKey);
+    configuration.apiKeyPublicKey = std::move(*text);
   }
   if (options.manifest && !readFile(*options.manifest)) return unreadable("manifest", *options.manifest);
   if (options.caFile && !readFile(*options.caFile)) return unreadable("CA file", *options.caFile);
