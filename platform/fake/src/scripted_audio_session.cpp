@@ -3,6 +3,16 @@
 #include <utility>
 
 namespace applogic::testing {
+namespace {
+
+// The error of a call that the fault plan picked, else the scripted one.
+std::optional<Error> failure(const std::shared_ptr<FaultPlan>& plan, std::string_view site,
+                             const std::optional<Error>& scripted) {
+  if (plan && plan->fails(site)) return Error{"ScriptedAudioSessionBackend", 1, {}};
+  return scripted;
+}
+
+}  // namespace
 
 using platform::AudioSessionCategoryOptions;
 using platform::AudioSessionRouteDescription;
@@ -13,8 +23,8 @@ ScriptedAudioSessionBackend::ScriptedAudioSessionBackend(std::shared_ptr<platfor
 bool ScriptedAudioSessionBackend::setActive(bool active, Error* error) {
   std::lock_guard lock(mutex_);
   setActiveCalls_.push_back(active);
-  if (setActiveError_) {
-    if (error != nullptr) *error = *setActiveError_;
+  if (const auto failed = failure(plan_, "session.setActive", setActiveError_)) {
+    if (error != nullptr) *error = *failed;
     return false;
   }
   active_ = active;
@@ -28,8 +38,8 @@ bool ScriptedAudioSessionBackend::setCategory(std::string_view category, Error* 
 bool ScriptedAudioSessionBackend::setCategory(std::string_view category, AudioSessionCategoryOptions options,
                                               Error* error) {
   std::lock_guard lock(mutex_);
-  if (setCategoryError_) {
-    if (error != nullptr) *error = *setCategoryError_;
+  if (const auto failed = failure(plan_, "session.setCategory", setCategoryError_)) {
+    if (error != nullptr) *error = *failed;
     return false;
   }
   category_ = category;
@@ -64,6 +74,11 @@ void ScriptedAudioSessionBackend::failSetActive(std::optional<Error> error) {
 void ScriptedAudioSessionBackend::failSetCategory(std::optional<Error> error) {
   std::lock_guard lock(mutex_);
   setCategoryError_ = std::move(error);
+}
+
+void ScriptedAudioSessionBackend::setFaultPlan(std::shared_ptr<FaultPlan> plan) {
+  std::lock_guard lock(mutex_);
+  plan_ = std::move(plan);
 }
 
 void ScriptedAudioSessionBackend::setCurrentRoute(AudioSessionRouteDescription route) {

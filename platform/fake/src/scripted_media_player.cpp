@@ -25,13 +25,21 @@ class ScriptedMediaPlayer::Observation final : public platform::MediaPlayerRateO
   std::shared_ptr<RateObserver> observer_;
 };
 
-ScriptedMediaPlayer::ScriptedMediaPlayer(std::shared_ptr<platform::NotificationCenter> notificationCenter)
-    : notificationCenter_(std::move(notificationCenter)) {}
+ScriptedMediaPlayer::ScriptedMediaPlayer(std::shared_ptr<platform::NotificationCenter> notificationCenter,
+                                         std::shared_ptr<platform::MainThread> mainThread)
+    : notificationCenter_(std::move(notificationCenter)), mainThread_(std::move(mainThread)) {}
 
 void ScriptedMediaPlayer::replaceCurrentItem(std::shared_ptr<platform::MediaPlayerItem> item) {
-  std::lock_guard lock(mutex_);
-  calls_.push_back(item ? "replace " + item->url().string() : "replace none");
-  item_ = std::move(item);
+  const bool opens = item != nullptr;
+  {
+    std::lock_guard lock(mutex_);
+    calls_.push_back(item ? "replace " + item->url().string() : "replace none");
+    item_ = std::move(item);
+    ++generation_;
+    loaded_ = opens;
+    if (opens) ++loads_;
+  }
+  if (opens && fails("player.preroll")) report(true);
 }
 
 std::shared_ptr<platform::MediaPlayerItem> ScriptedMediaPlayer::currentItem() const {
@@ -40,11 +48,20 @@ std::shared_ptr<platform::MediaPlayerItem> ScriptedMediaPlayer::currentItem() co
 }
 
 void ScriptedMediaPlayer::play() {
+  bool hasItem = false;
+  bool reopens = false;
   {
     std::lock_guard lock(mutex_);
     calls_.emplace_back("play");
+    hasItem = item_ != nullptr;
+    reopens = hasItem && !loaded_;
+    if (reopens) {
+      loaded_ = true;
+      ++loads_;
+    }
   }
   changeRate(1.0f);
+  if (hasItem && ((reopens && fails("player.preroll")) || fails("player.start"))) report(true);
 }
 
 void ScriptedMediaPlayer::pause() {
@@ -104,6 +121,59 @@ void ScriptedMediaPlayer::setAutomaticallyWaitsToMinimizeStalling(bool waits) {
 
 void ScriptedMediaPlayer::setRate(float rate) { changeRate(rate); }
 
+void ScriptedMediaPlayer::setFaultPlan(std::shared_ptr<FaultPlan> plan) {
+  std::lock_guard lock(mutex_);
+  plan_ = std::move(plan);
+}
+
+void ScriptedMediaPlayer::playToEnd() {
+  {
+    std::lock_guard lock(mutex_);
+    if (!item_ || !loaded_ || rate_ <= 0.0f) return;
+  }
+  report(fails("player.midClip"));
+}
+
+bool ScriptedMediaPlayer::fails(std::string_view site) const {
+  std::shared_ptr<FaultPlan> plan;
+  {
+    std::lock_guard lock(mutex_);
+    plan = plan_;
+  }
+  return plan && plan->fails(site);
+}
+
+void ScriptedMediaPlayer::report(bool failure) {
+  std::uint64_t generation = 0;
+  {
+    std::lock_guard lock(mutex_);
+    generation = generation_;
+  }
+  if (!mainThread_) return deliver(failure, generation);
+  mainThread_->post([player = weak_from_this(), failure, generation] {
+    if (auto self = player.lock()) self->deliver(failure, generation);
+  });
+}
+
+// Reports about an item that was replaced since, or about a load that already failed, are
+// dropped, as the platform's player drops them.
+void ScriptedMediaPlayer::deliver(bool failure, std::uint64_t generation) {
+  std::shared_ptr<platform::MediaPlayerItem> item;
+  {
+    std::lock_guard lock(mutex_);
+    if (generation != generation_ || !item_) return;
+    item = item_;
+    if (failure) {
+      loaded_ = false;
+      ++generation_;
+    }
+  }
+  changeRate(0.0f);
+  postAbout(failure ? platform::kMediaPlayerItemFailedToPlayToEndTimeNotification
+                    : platform::kMediaPlayerItemDidPlayToEndTimeNotification,
+            item);
+}
+
 void ScriptedMediaPlayer::postDidPlayToEnd(const std::shared_ptr<platform::MediaPlayerItem>& item) {
   postAbout(platform::kMediaPlayerItemDidPlayToEndTimeNotification, item);
 }
@@ -132,6 +202,11 @@ bool ScriptedMediaPlayer::automaticallyWaitsToMinimizeStalling() const {
   return waits_;
 }
 
+std::size_t ScriptedMediaPlayer::loadCount() const {
+  std::lock_guard lock(mutex_);
+  return loads_;
+}
+
 void ScriptedMediaPlayer::changeRate(float rate) {
   std::vector<std::shared_ptr<RateObserver>> observers;
   {
@@ -150,9 +225,15 @@ void ScriptedMediaPlayer::postAbout(std::string_view name, const std::shared_ptr
   notificationCenter_->post(platform::Notification{std::string(name), about.get(), {}});
 }
 
-std::shared_ptr<platform::MediaPlayer> ScriptedMediaPlayerFactory::makePlayer() {
-  auto player = std::make_shared<ScriptedMediaPlayer>(notificationCenter_);
+void ScriptedMediaPlayerFactory::setFaultPlan(std::shared_ptr<FaultPlan> plan) {
   std::lock_guard lock(mutex_);
+  plan_ = std::move(plan);
+}
+
+std::shared_ptr<platform::MediaPlayer> ScriptedMediaPlayerFactory::makePlayer() {
+  auto player = std::make_shared<ScriptedMediaPlayer>(notificationCenter_, mainThread_);
+  std::lock_guard lock(mutex_);
+  player->setFaultPlan(plan_);
   players_.push_back(player);
   return player;
 }

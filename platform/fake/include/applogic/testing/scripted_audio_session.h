@@ -8,6 +8,7 @@
 
 #include "applogic/platform/audio_session_backend.h"
 #include "applogic/platform/notification_center.h"
+#include "applogic/testing/fault_plan.h"
 
 namespace applogic::testing {
 
@@ -34,6 +35,10 @@ class ScriptedAudioSessionBackend final : public platform::AudioSessionBackend {
   void failSetActive(std::optional<Error> error);
   /// From now on both `setCategory` fail with `error` (absent: succeed again).
   void failSetCategory(std::optional<Error> error);
+  /// `setActive` ("session.setActive") and both `setCategory` ("session.setCategory") ask `plan`
+  /// once per call; the call it picks fails like a scripted failure, with an error of domain
+  /// "ScriptedAudioSessionBackend". Null: never fails (the default).
+  void setFaultPlan(std::shared_ptr<FaultPlan> plan);
   void setCurrentRoute(platform::AudioSessionRouteDescription route);
   /// The answer of later `requestRecordPermission` calls, given inside the call. Default false.
   void setRecordPermission(bool granted);
@@ -56,6 +61,7 @@ class ScriptedAudioSessionBackend final : public platform::AudioSessionBackend {
   mutable std::mutex mutex_;
   std::optional<Error> setActiveError_;
   std::optional<Error> setCategoryError_;
+  std::shared_ptr<FaultPlan> plan_;
   bool active_ = false;
   std::vector<bool> setActiveCalls_;
   std::string category_{platform::kAudioSessionCategorySoloAmbient};
