@@ -67,6 +67,7 @@ void AudioPreviewController::changeTrack(const Track& track) {
 
 void AudioPreviewController::resume() {
   if (!player_->currentItem()) return;
+  failed_ = false;
   if (pauseFullTrackPlayer_) pauseFullTrackPlayer_();
   player_->play();
 }
@@ -79,6 +80,7 @@ void AudioPreviewController::releaseResources() { stop(); }
 
 void AudioPreviewController::stop() {
   pause();
+  failed_ = false;
   currentTrackVar_.setValue(std::nullopt);
   if (player_->currentItem()) removeItemObservers();
   player_->replaceCurrentItem(nullptr);
@@ -87,14 +89,24 @@ void AudioPreviewController::stop() {
 void AudioPreviewController::observeRate(float rate) { isPlayingVar_.setValue(rate > 0.0f); }
 
 void AudioPreviewController::playerItemDidReachEnd(const platform::Notification& /*notification*/) {
-  player_->seek(std::chrono::seconds(0));
-  pause();
+  rewindAndPause();
 }
 
+// A failure is handled once until the app plays again: a player whose rewind or pause tries the
+// item again, and fails again, would otherwise make this handler log and retry for ever.
 void AudioPreviewController::playerItemDidNotReachEnd(const platform::Notification& /*notification*/) {
+  if (std::exchange(failed_, true)) return;
   log("AudioPreviewController Failed to play to the end");
+  rewindAndPause();
+}
+
+// The rate may not change here (an item that ended or failed before `resume` was never played),
+// so `isPlaying` is brought back to the rate: otherwise the `true` forced by `changeTrack` stays.
+void AudioPreviewController::rewindAndPause() {
   player_->seek(std::chrono::seconds(0));
   pause();
+  const bool playing = player_->rate() > 0.0f;
+  if (isPlayingVar_.value() != playing) isPlayingVar_.setValue(playing);
 }
 
 void AudioPreviewController::removeItemObservers() {

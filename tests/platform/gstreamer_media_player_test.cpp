@@ -58,27 +58,6 @@ TEST_F(GStreamerMediaPlayerTest, AClipPlaysToItsEndAndAgainAfterARewind) {
   center->removeObserver(token);
 }
 
-TEST_F(GStreamerMediaPlayerTest, WhatCannotBePlayedPostsTheFailure) {
-  const std::string notAudio = ::testing::TempDir() + "gst_not_audio.txt";
-  std::ofstream(notAudio) << "this is text, not sound\n";
-  for (const std::string& path : {::testing::TempDir() + "gst_missing.wav", notAudio}) {
-    SCOPED_TRACE(path);
-    auto player = factory->makePlayer();
-    auto item = factory->makeItem(fileUrl(path));
-    std::vector<std::string> seen;
-    auto token = center->addObserver(std::nullopt, item.get(), [&](const platform::Notification& n) {
-      seen.push_back(n.name);
-      loop->quit();
-    });
-    player->replaceCurrentItem(item);
-    player->play();
-    ASSERT_TRUE(test::runUntilQuit(*loop));
-    EXPECT_EQ(seen, std::vector<std::string>{std::string(platform::kMediaPlayerItemFailedToPlayToEndTimeNotification)});
-    EXPECT_EQ(player->rate(), 0.0f);
-    center->removeObserver(token);
-  }
-}
-
 TEST_F(GStreamerMediaPlayerTest, TheFirstBufferHookRunsOncePerLoadedItem) {
   auto firstBuffers = std::make_shared<std::atomic<int>>(0);
   auto hooked = platform::makeGStreamerMediaPlayers(

@@ -20,7 +20,9 @@ namespace applogic {
 ///
 /// Empty (nothing loaded) or loaded (an item and its track). `changeTrack` loads without playing;
 /// `resume` plays (after asking the app to pause its full-track player); the end of the clip
-/// rewinds it and pauses, keeping it loaded; `releaseResources` empties. Every `changeTrack` of a
+/// rewinds it and pauses, keeping it loaded; a clip that cannot be played is logged once, rewound
+/// and paused the same way, and further failure reports are ignored until the app calls `resume`
+/// or loads again. `isPlaying` is false after either. `releaseResources` empties. Every `changeTrack` of a
 /// playable address adds one activation to the audio session, which this class never releases:
 /// the app's full-track player shares the session and decides when it goes off.
 ///
@@ -77,6 +79,7 @@ class AudioPreviewController {
   void observeRate(float rate);
   void playerItemDidReachEnd(const platform::Notification& notification);
   void playerItemDidNotReachEnd(const platform::Notification& notification);
+  void rewindAndPause();
   void removeItemObservers();
 
   std::function<void()> pauseFullTrackPlayer_;
@@ -88,6 +91,7 @@ class AudioPreviewController {
   std::shared_ptr<platform::NotificationCenter> notificationCenter_;
   std::vector<platform::NotificationObserverToken> itemObservers_;
   std::unique_ptr<platform::MediaPlayerRateObservation> rateObservation_;
+  bool failed_ = false;
 };
 
 }  // namespace applogic

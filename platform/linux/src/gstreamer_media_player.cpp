@@ -123,6 +123,7 @@ class GStreamerPlayer final : public MediaPlayer, public std::enable_shared_from
       std::lock_guard lock(mutex_);
       item_ = item;
       buffering_ = false;
+      loaded_ = item != nullptr;
       playing = rate_ > 0.0f;
     }
     if (!item) return;
@@ -135,6 +136,7 @@ class GStreamerPlayer final : public MediaPlayer, public std::enable_shared_from
     return item_;
   }
 
+  // After a failure only `play` opens the address again (from its start): the app asked for it.
   void play() override {
     bool hasItem = false;
     bool held = false;
@@ -142,13 +144,16 @@ class GStreamerPlayer final : public MediaPlayer, public std::enable_shared_from
       std::lock_guard lock(mutex_);
       hasItem = item_ != nullptr;
       held = buffering_ && waits_;
+      if (hasItem) loaded_ = true;
     }
     if (hasItem && !held) gst_element_set_state(playbin_, GST_STATE_PLAYING);
     changeRate(1.0f);
   }
 
+  // Pausing an item that is not loaded would preroll it, that is open it again; after a failure
+  // that would fail again, and the failure handler that pauses would loop.
   void pause() override {
-    if (currentItem()) gst_element_set_state(playbin_, GST_STATE_PAUSED);
+    if (isLoaded()) gst_element_set_state(playbin_, GST_STATE_PAUSED);
     changeRate(0.0f);
   }
 
@@ -169,8 +174,9 @@ class GStreamerPlayer final : public MediaPlayer, public std::enable_shared_from
     return std::make_unique<Observation>(weak_from_this(), observer);
   }
 
+  // An item that is not loaded starts from its beginning when `play` loads it again.
   void seek(std::chrono::nanoseconds time) override {
-    if (!currentItem()) return;
+    if (!isLoaded()) return;
     gst_element_seek_simple(playbin_, GST_FORMAT_TIME,
                             static_cast<GstSeekFlags>(GST_SEEK_FLAG_FLUSH | GST_SEEK_FLAG_ACCURATE),
                             static_cast<gint64>(time.count()));
@@ -256,14 +262,25 @@ class GStreamerPlayer final : public MediaPlayer, public std::enable_shared_from
     }
     switch (report) {
       case Report::end:
-      case Report::failure: {
-        // At the end the player pauses, as the platform player does; after a failure it drops
-        // what it loaded, so that a later play tries the address again from the start.
-        gst_element_set_state(playbin_, report == Report::end ? GST_STATE_PAUSED : GST_STATE_NULL);
+        gst_element_set_state(playbin_, GST_STATE_PAUSED);
         changeRate(0.0f);
-        const std::string_view name = report == Report::end ? kMediaPlayerItemDidPlayToEndTimeNotification
-                                                            : kMediaPlayerItemFailedToPlayToEndTimeNotification;
-        notificationCenter_->post(Notification{std::string(name), item.get(), {}});
+        notificationCenter_->post(Notification{std::string(kMediaPlayerItemDidPlayToEndTimeNotification), item.get(), {}});
+        break;
+      case Report::failure: {
+        // The player drops what it loaded, so that a later play tries the address again from
+        // the start. One failed load makes several elements post an error (the source, then the
+        // demuxer that starved...): the new generation drops the others, so one failure posts
+        // one notification.
+        gst_element_set_state(playbin_, GST_STATE_NULL);
+        generation_->fetch_add(1);
+        {
+          std::lock_guard lock(mutex_);
+          loaded_ = false;
+          buffering_ = false;
+        }
+        changeRate(0.0f);
+        notificationCenter_->post(
+            Notification{std::string(kMediaPlayerItemFailedToPlayToEndTimeNotification), item.get(), {}});
         break;
       }
       case Report::bufferingStarted:
@@ -284,6 +301,11 @@ class GStreamerPlayer final : public MediaPlayer, public std::enable_shared_from
         break;
       }
     }
+  }
+
+  bool isLoaded() const {
+    std::lock_guard lock(mutex_);
+    return item_ != nullptr && loaded_;
   }
 
   void changeRate(float rate) {
@@ -308,6 +330,8 @@ class GStreamerPlayer final : public MediaPlayer, public std::enable_shared_from
   float rate_ = 0.0f;
   bool waits_ = true;
   bool buffering_ = false;
+  // Whether the pipeline holds the current item (not dropped after a failure).
+  bool loaded_ = false;
   std::vector<Observer> observers_;
 };
 

@@ -40,8 +40,12 @@ bool audioOutputDevicePresent();
 /// so rate changes that the player makes by itself (0 at the end or on a failure) and the end
 /// and failed-to-reach-end notifications arrive on the main thread, when the host runs it. An
 /// item that cannot be played (unreachable address, not audio, broken midway) posts the
-/// failed-to-reach-end notification. Rate changes made by `play` and `pause` are reported
+/// failed-to-reach-end notification, once per failed load (GStreamer's several error reports of
+/// one load make one notification). Rate changes made by `play` and `pause` are reported
 /// inside those calls. The players run no GLib main loop.
+///
+/// After a failure the player keeps its item but holds nothing loaded: `pause` and `seek` do not
+/// open the address again (the item will start from its beginning); the next `play` does.
 ///
 /// Returns null when GStreamer or its `playbin` element is not available, or when `audioSink`
 /// does not describe an element. Any thread.
