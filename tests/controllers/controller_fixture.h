@@ -128,12 +128,6 @@ inline Json genresAnswer(const std::vector<std::string>& ids) {
 // An answer of the wrong shape for every serializer: an object without any list member.
 inline Json unparsableAnswer() { return boost::json::object{{"message", "rate limited"}}; }
 
-// What a failed transport reports; carries user information so that pass-through is checked
-// whole.
-inline Error transportError() {
-  return Error{"NSURLErrorDomain", -1009, {{"NSLocalizedDescription", std::string("offline")}, {"retry", 3}}};
-}
-
 // ---- every controller over scripted services ----
 
 struct Fixture {

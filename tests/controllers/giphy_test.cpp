@@ -204,12 +204,9 @@ TEST(GiphyDataController, GetEmitsThePictureOrFailsAlikeForUnparsableAndFullyFil
   }
 }
 
-TEST(GiphyDataController, ServiceErrorsAndAddressesOnTheConfiguredHost) {
+TEST(GiphyDataController, AddressesOnTheConfiguredHost) {
   GiphyFixture f;
-  f.service->script("getTrending", Answer::failure(transportError()));
-  f.service->script("get", {Answer::failure(transportError()), Answer::json(singleAnswer(picture("a", {kWide})))});
-  EXPECT_EQ(collectDescribed(f.controller.getTrending()), Log{describe(transportError())});
-  EXPECT_EQ(collectDescribed(f.controller.get("a")), Log{describe(transportError())});
+  f.service->script("get", Answer::json(singleAnswer(picture("a", {kWide}))));
   const auto events = rx::blockingCollect(f.controller.get("a"));
   ASSERT_EQ(events.values.size(), 1u);
   EXPECT_EQ(events.values[0].images.at(0).second.urlString, "https://proxy.test/media/x/r.gif");
@@ -270,12 +267,6 @@ TEST(GiphyStillImageUrl, SettlesWhenTheServiceAnswersOnItsThread) {
   EXPECT_EQ(describe(deferred), "https://proxy.test/s.gif");
   EXPECT_EQ(resolvedOn, serviceThread);
   EXPECT_FALSE(hold.hasWaitingRequests());  // the first address ended the request
-
-  testing::Hold failing;
-  f.service->script("get", Answer::held(failing));
-  const ZDSDeferred<Url> rejected = f.controller.getGiphySillImageUrl("a", 200);
-  failing.fail(transportError());
-  EXPECT_EQ(describe(rejected), describe(transportError()));
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 // Every fetching operation of the data controllers, driven through one table: how it calls its
 // service, what it makes of a good answer, of an empty list and of an unparsable answer, and
-// that service failures and re-subscriptions go straight through to the service.
+// that every subscription is a request of its own. (Service failures: fault_injection_test.cpp.)
 
 #include <gtest/gtest.h>
 
@@ -168,16 +168,6 @@ TEST(Operation, AnswersWithoutRecordsOrUnparsable) {
     const auto observable = row.call(f);
     EXPECT_EQ(collect(observable), row.emptyOutcome);
     EXPECT_EQ(collect(observable), row.unparsableOutcome);
-  });
-}
-
-// A failure arrives unchanged, and the next request gets its own answer.
-TEST(Operation, ServiceFailureArrivesUnchangedAndTheNextRequestGetsItsOwnAnswer) {
-  forEachOperation([](Fixture& f, const OperationRow& row, ScriptedService& service, const std::string& operation) {
-    service.script(operation, {Answer::failure(transportError()), Answer::json(row.answer)});
-    const auto observable = row.call(f);
-    EXPECT_EQ(collect(observable), Log{describe(transportError())});
-    EXPECT_EQ(collect(observable), row.answered);
   });
 }
 

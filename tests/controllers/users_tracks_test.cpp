@@ -16,10 +16,6 @@ UserResultUpdate success(UserHint user, Json answer) {
   return UserResultUpdate{std::move(user), Result<Json>::success(std::move(answer))};
 }
 
-UserResultUpdate failure(UserHint user, Error error) {
-  return UserResultUpdate{std::move(user), Result<Json>::failure(std::move(error))};
-}
-
 // ---- paged favourites ----
 
 TEST(FavoriteTracks, OneListPerPageUntilTheTriggerCompletes) {
@@ -215,24 +211,9 @@ TEST(UpdateStream, TheUserOfEachUpdate) {
   });
 }
 
-// A failure result, or an unparsable answer, on either stream ends the merged stream.
-TEST(UpdateStream, AFailureOrAnUnparsableAnswerEndsTheMergedStreamForBothStreams) {
+// Failure results on either stream: fault_injection_test.cpp.
+TEST(UpdateStream, AnUnparsableAnswerEndsTheMergedStream) {
   forEachStream([](Fixture& f, const UpdateStreamRow& row) {
-    for (bool failFirst : {true, false}) {
-      Fixture fresh;
-      const auto& failing = failFirst ? row.first(fresh) : row.second(fresh);
-      const auto& other = failFirst ? row.second(fresh) : row.first(fresh);
-      EventLog log;
-      log.subscribeTo(row.read(fresh));
-      other.onNext(success(UserHint::user("u1"), row.answer({"Tra.1"})));
-      failing.onNext(failure(UserHint::user("u1"), transportError()));
-      other.onNext(success(UserHint::user("u1"), row.answer({"Tra.2"})));
-      failing.onNext(success(UserHint::user("u1"), row.answer({"Tra.3"})));
-      EXPECT_EQ(log.events(), (Log{"u1:[Tra.1]", describe(transportError())})) << "failing first: " << failFirst;
-      EXPECT_FALSE(row.first(fresh).hasObservers());
-      EXPECT_FALSE(row.second(fresh).hasObservers());
-    }
-
     EventLog log;
     log.subscribeTo(row.read(f));
     row.second(f).onNext(success(UserHint::user("u1"), unparsableAnswer()));

@@ -7,6 +7,7 @@
 
 #include <boost/json/parse.hpp>
 
+#include "applogic/platform/http_client.h"
 #include "applogic/support/fatal.h"
 
 namespace applogic::testing {
@@ -55,6 +56,11 @@ Error notScriptedError(std::string_view operation) {
   return Error{"ScriptedService", 1, {{"operation", std::string(operation)}}};
 }
 
+Error injectedTransportError(std::string_view operation) {
+  return platform::makeHttpError(platform::HttpErrorCode::networkConnectionLost,
+                                 "connection lost (injected fault in " + std::string(operation) + ")");
+}
+
 struct ScriptedService::State {
   struct Script {
     std::vector<Answer> answers;
@@ -72,6 +78,7 @@ struct ScriptedService::State {
   rx::Observable<Json> take(const std::string& operation) {
     std::lock_guard lock(mutex);
     ++requests[operation];
+    if (plan && plan->fails(operation)) return rx::error<Json>(injectedTransportError(operation));
     auto found = scripts.find(operation);
     if (found == scripts.end()) return rx::error<Json>(notScriptedError(operation));
     Script& script = found->second;
@@ -85,6 +92,7 @@ struct ScriptedService::State {
   std::map<std::string, Script, std::less<>> scripts;
   std::map<std::string, std::size_t, std::less<>> requests;
   std::vector<ServiceCall> calls;
+  std::shared_ptr<FaultPlan> plan;
 };
 
 ScriptedService::ScriptedService(std::vector<std::string> operations)
@@ -101,6 +109,11 @@ void ScriptedService::script(std::string_view operation, std::vector<Answer> ans
 
 void ScriptedService::script(std::string_view operation, Answer answer) {
   script(operation, std::vector<Answer>{std::move(answer)});
+}
+
+void ScriptedService::setFaultPlan(std::shared_ptr<FaultPlan> plan) {
+  std::lock_guard lock(state_->mutex);
+  state_->plan = std::move(plan);
 }
 
 std::vector<ServiceCall> ScriptedService::calls() const {
@@ -135,9 +148,21 @@ rx::Observable<Json> ScriptedService::pagedRequest(std::string operation, std::v
       [state = state_, operation = std::move(operation)](const Unit&) { return state->take(operation); });
 }
 
-void ScriptedService::record(std::string operation) {
-  std::lock_guard lock(state_->mutex);
-  state_->calls.push_back(ServiceCall{std::move(operation), {}});
+rx::Observable<UserResultUpdate> ScriptedService::updateStream(std::string stream,
+                                                               rx::Observable<UserResultUpdate> updates) {
+  {
+    std::lock_guard lock(state_->mutex);
+    state_->calls.push_back(ServiceCall{stream, {}});
+  }
+  return updates.map([state = state_, stream = std::move(stream)](const UserResultUpdate& update) {
+    std::shared_ptr<FaultPlan> plan;
+    {
+      std::lock_guard lock(state->mutex);
+      plan = state->plan;
+    }
+    if (!plan || !plan->fails(stream)) return update;
+    return UserResultUpdate{update.user, Result<Json>::failure(injectedTransportError(stream))};
+  });
 }
 
 ScriptedTracksService::ScriptedTracksService() : ScriptedService({"getTrackData", "getTopTracksData"}) {}
@@ -163,13 +188,11 @@ rx::Observable<Json> ScriptedChartsService::getCurrentUserTopCharts(ChartType ch
 }
 
 rx::Observable<UserResultUpdate> ScriptedChartsService::topChartsUpdated() {
-  record("topChartsUpdated");
-  return updated_.asObservable();
+  return updateStream("topChartsUpdated", updated_.asObservable());
 }
 
 rx::Observable<UserResultUpdate> ScriptedChartsService::topChartsRefreshed() {
-  record("topChartsRefreshed");
-  return refreshed_.asObservable();
+  return updateStream("topChartsRefreshed", refreshed_.asObservable());
 }
 
 ScriptedFavoritesService::ScriptedFavoritesService() : ScriptedService({"getCurrentUserFavorites"}) {}
@@ -189,13 +212,11 @@ rx::Observable<Json> ScriptedListeningHistoryService::getCurrentUserRecentTracks
 }
 
 rx::Observable<UserResultUpdate> ScriptedListeningHistoryService::recentTracksUpdated() {
-  record("recentTracksUpdated");
-  return updated_.asObservable();
+  return updateStream("recentTracksUpdated", updated_.asObservable());
 }
 
 rx::Observable<UserResultUpdate> ScriptedListeningHistoryService::recentTracksRefreshed() {
-  record("recentTracksRefreshed");
-  return refreshed_.asObservable();
+  return updateStream("recentTracksRefreshed", refreshed_.asObservable());
 }
 
 ScriptedGenreService::ScriptedGenreService() : ScriptedService({"getTopGenres", "getGenreTopTracks"}) {}

@@ -16,6 +16,7 @@
 #include "applogic/support/error.h"
 #include "applogic/support/json_fwd.h"
 #include "applogic/support/unit.h"
+#include "applogic/testing/fault_plan.h"
 
 /// Scripted doubles of the music-service contracts, for testing code that uses the data
 /// controllers (or the services) without a network.
@@ -33,6 +34,13 @@
 ///   the trigger's emission), except held answers, which arrive on the thread that releases them.
 ///
 /// Update streams are subjects that the test drives (`topChartsUpdatedSubject()` ...).
+///
+/// Failures can be injected with a shared `FaultPlan` (`setFaultPlan`): every request asks the
+/// plan once, before it takes its answer, under the operation's name; a request told to fail
+/// fails with `injectedTransportError(operation)` instead of answering. Every update a
+/// subscriber of an update stream receives asks the plan once too, under the stream's name
+/// ("topChartsUpdated"...); one told to fail reaches that subscriber as a failure result (same
+/// user, `injectedTransportError(stream)`), as a refresh whose fetch failed would.
 ///
 /// Thread contract: every member may be called from any thread. The observables returned keep
 /// what they need alive: they may outlive the service object.
@@ -103,6 +111,11 @@ class Answer {
 /// user information {"operation": operation}.
 Error notScriptedError(std::string_view operation);
 
+/// The failure of a request (or update) that a `FaultPlan` chose to fail: what the HTTP client
+/// reports for a connection lost mid-request (`platform::HttpErrorCode::networkConnectionLost`),
+/// with a description naming `operation`.
+Error injectedTransportError(std::string_view operation);
+
 /// What every scripted service shares: the scripts, the call record and the request counts.
 class ScriptedService {
  public:
@@ -114,6 +127,11 @@ class ScriptedService {
   void script(std::string_view operation, std::vector<Answer> answers);
   /// `script(operation, {answer})`.
   void script(std::string_view operation, Answer answer);
+
+  /// The plan that chooses which requests and updates fail (see above); null (the default)
+  /// fails none. Applies to requests made from now on, including those of observables returned
+  /// earlier.
+  void setFaultPlan(std::shared_ptr<FaultPlan> plan);
 
   /// Every call so far, in order.
   std::vector<ServiceCall> calls() const;
@@ -129,8 +147,9 @@ class ScriptedService {
   /// `nextPageTrigger` and completes once the trigger completed and every page is answered.
   rx::Observable<Json> pagedRequest(std::string operation, std::vector<std::string> arguments,
                                     rx::Observable<Unit> nextPageTrigger);
-  /// Records a call without arguments.
-  void record(std::string operation);
+  /// Records a call without arguments and returns `updates` as the update stream `stream`
+  /// (whose updates the fault plan may turn into failures).
+  rx::Observable<UserResultUpdate> updateStream(std::string stream, rx::Observable<UserResultUpdate> updates);
 
  private:
   struct State;
