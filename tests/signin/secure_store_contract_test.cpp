@@ -2,11 +2,19 @@
 // agree. The keyring runs only inside scripts/with-test-keyring (a private bus and a throw-away
 // keyring); elsewhere its tests skip, or fail when APPLOGIC_REQUIRE_KEYRING=1.
 #include <gtest/gtest.h>
+#include <linux/capability.h>
+#include <poll.h>
+#include <sqlite3.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <atomic>
+#include <csignal>
+#include <functional>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -391,6 +399,124 @@ TEST(SqliteSecureStore, UnreachablePathIsNotAvailableUntilItBecomesReachable) {
   std::filesystem::remove(blocker);
   EXPECT_EQ(store->add(item("1", {1})), status::kSuccess);
   EXPECT_EQ(platform::makeSqliteSecureStore({})->remove(query("1")), status::kNotAvailable);
+}
+
+// Root writes through file modes by these capabilities; without them it meets the modes as any
+// user does. Only capabilities the process holds can come back.
+bool setFileModeOverrides(bool on) {
+  __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+  __user_cap_data_struct data[2]{};
+  if (::syscall(SYS_capget, &header, data) != 0) return false;
+  for (const int capability : {CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH}) {
+    auto& set = data[capability / 32];
+    const std::uint32_t bit = 1u << (capability % 32);
+    set.effective = on ? (set.effective | (bit & set.permitted)) : (set.effective & ~bit);
+  }
+  return ::syscall(SYS_capset, &header, data) == 0;
+}
+
+// A fault of the file system or of another process, met by a store in a child process (faults
+// change process-wide state): a read of an existing item, an add, an update and a remove of it,
+// then, once the fault is lifted, an add on the same store. Every call answers at once (a locked
+// store within its busy timeout) with a status; a failed call changes nothing, and nothing stored
+// before is lost.
+TEST(SqliteSecureStore, PortFaultsAnswerAStatusAndLoseNothing) {
+  using Statuses = std::array<platform::SecureStoreStatus, 5>;
+  constexpr auto kNA = status::kNotAvailable;
+  constexpr auto kBusy = status::kInteractionNotAllowed;
+  ScratchDirectory directory;
+  const auto folder = directory.path() / "store";
+  const auto path = folder / "store.sqlite3";
+  sqlite3* locker = nullptr;
+  rlimit fileSize{};
+  struct Row {
+    const char* name;
+    bool beforeOpening;
+    std::function<void()> apply;
+    std::function<void()> lift;
+    Statuses expected;
+  };
+  const Row rows[] = {
+      {"read-only file", true,
+       [&] {
+         std::filesystem::permissions(path, std::filesystem::perms::owner_read);
+         setFileModeOverrides(false);
+       },
+       [&] {
+         setFileModeOverrides(true);
+         std::filesystem::permissions(path, std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+       },
+       {kNA, kNA, kNA, kNA, status::kSuccess}},
+      {"read-only directory", true,
+       [&] {
+         std::filesystem::permissions(folder, std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
+         setFileModeOverrides(false);
+       },
+       [&] {
+         setFileModeOverrides(true);
+         std::filesystem::permissions(folder, std::filesystem::perms::owner_all);
+       },
+       {kNA, kNA, kNA, kNA, status::kSuccess}},
+      {"locked by another connection", false,
+       [&] {
+         sqlite3_open_v2(path.c_str(), &locker, SQLITE_OPEN_READWRITE, nullptr);
+         sqlite3_exec(locker, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr);
+       },
+       [&] { sqlite3_close_v2(locker); },
+       {status::kSuccess, kBusy, kBusy, kBusy, status::kSuccess}},
+      {"disk full", false,
+       [&] {
+         std::signal(SIGXFSZ, SIG_IGN);
+         ::getrlimit(RLIMIT_FSIZE, &fileSize);
+         const rlimit full{0, fileSize.rlim_max};
+         ::setrlimit(RLIMIT_FSIZE, &full);
+       },
+       [&] { ::setrlimit(RLIMIT_FSIZE, &fileSize); },
+       {status::kSuccess, kNA, kNA, kNA, status::kSuccess}},
+  };
+  const Bytes large(256 * 1024, 0x5a);
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    std::filesystem::remove_all(folder);
+    ASSERT_EQ(platform::makeSqliteSecureStore(path)->add(item("kept", {1, 2, 3})), status::kSuccess);
+    int channel[2];
+    ASSERT_EQ(::pipe(channel), 0);
+    const pid_t child = ::fork();
+    ASSERT_NE(child, -1);
+    if (child == 0) {
+      const auto store = platform::makeSqliteSecureStore(path);
+      if (!row.beforeOpening) (void)store->copyMatching(query("kept"), SecureItemReturn::data, nullptr);
+      row.apply();
+      SecureItem found;
+      Statuses answered{store->copyMatching(query("kept"), SecureItemReturn::data, &found),
+                        store->add(item("new", large)), store->update(query("kept"), dataOnly(large)),
+                        store->remove(query("kept")), 0};
+      row.lift();
+      answered[4] = store->add(item("late", {4}));
+      if (answered[0] == status::kSuccess && found.data != Bytes{1, 2, 3}) answered[0] = status::kDecode;
+      const bool written = ::write(channel[1], answered.data(), sizeof answered) == sizeof answered;
+      ::_exit(written ? 0 : 1);
+    }
+    ::close(channel[1]);
+    Statuses answered{};
+    pollfd ready{channel[0], POLLIN, 0};
+    // A guard, not a measure: a store that hangs fails the test instead of stalling it.
+    const bool answeredInTime = ::poll(&ready, 1, 60'000) == 1;
+    if (!answeredInTime) ::kill(child, SIGKILL);
+    const bool read = answeredInTime && ::read(channel[0], answered.data(), sizeof answered) == sizeof answered;
+    ::close(channel[0]);
+    int childStatus = 0;
+    ASSERT_EQ(::waitpid(child, &childStatus, 0), child);
+    ASSERT_TRUE(read) << "the store in the child never answered everything";
+    EXPECT_EQ(answered, row.expected);
+
+    const auto store = platform::makeSqliteSecureStore(path);
+    SecureItem found;
+    EXPECT_EQ(store->copyMatching(query("kept"), SecureItemReturn::data, &found), status::kSuccess);
+    EXPECT_EQ(found.data, (Bytes{1, 2, 3}));
+    EXPECT_EQ(store->copyMatching(query("new"), SecureItemReturn::data, nullptr), status::kItemNotFound);
+    EXPECT_EQ(store->copyMatching(query("late"), SecureItemReturn::data, nullptr), status::kSuccess);
+  }
 }
 
 // XDG_DATA_HOME when it is an absolute path, then HOME's .local/share; neither gives no path.

@@ -19,7 +19,11 @@ std::filesystem::path defaultSecureStorePath(const std::function<const char*(con
 /// with `secure_delete` on, so deleted secrets are overwritten. Every call is one transaction,
 /// and writers of several processes wait for each other (busy timeout) instead of failing.
 /// While the file cannot be opened every call returns `kNotAvailable` and the next call tries
-/// again; a file that is not a store gives `kDecode`.
+/// again; a file that is not a store gives `kDecode`. A write that cannot land (a read-only file
+/// or directory, a full disk or a file-size limit) returns `kNotAvailable`; one that another
+/// connection keeps locked past the busy timeout (a few seconds) returns `kInteractionNotAllowed`,
+/// while reads still answer. Either way the call changes nothing, and the store works again once
+/// the cause is gone.
 ///
 /// Thread contract: safe from any thread; calls are serialised on one connection.
 std::shared_ptr<SecureStore> makeSqliteSecureStore(std::filesystem::path path);
