@@ -75,10 +75,15 @@ std::string joinedNames(std::vector<platform::HttpCookie> cookies) {
 }
 
 // A stream that never ends by itself: a first piece, then one byte at a time until the client
-// goes away, which it reports.
+// goes away, which it reports. And a route that answers nothing until released.
 class HoldingRoute {
  public:
   void install(httplib::Server& server) {
+    server.Get("/stall", [this](const httplib::Request&, httplib::Response& response) {
+      std::unique_lock lock(mutex_);
+      changed_.wait_for(lock, std::chrono::seconds(30), [this] { return released_.load(); });
+      response.set_content("late", "text/plain");
+    });
     server.Get("/hold", [this](const httplib::Request&, httplib::Response& response) {
       response.set_chunked_content_provider(kUncompressed, [this](std::size_t offset, httplib::DataSink& sink) {
         if (offset == 0) return sink.write("first", 5);
@@ -105,7 +110,11 @@ class HoldingRoute {
     clientGone_ = false;
     return gone;
   }
-  void release() { released_.store(true); }
+  void release() {
+    std::lock_guard lock(mutex_);
+    released_.store(true);
+    changed_.notify_all();
+  }
 
  private:
   std::atomic<bool> released_{false};
@@ -123,6 +132,7 @@ class CurlHttpClientTest : public ::testing::Test {
   }
 
   void SetUp() override {
+    http.routes().set_logger([this](const httplib::Request&, const httplib::Response&) { ++plainRequests; });
     for (auto* server : {&http, &https}) {
       installRoutes(server->routes());
       server->start();
@@ -142,10 +152,25 @@ class CurlHttpClientTest : public ::testing::Test {
     server.Get("/redirect", [](const httplib::Request&, httplib::Response& response) {
       response.set_redirect("/hello");
     });
-    server.Post("/echo", [](const httplib::Request& request, httplib::Response& response) {
-      response.set_content(request.get_header_value("Content-Type") + "|" + request.get_header_value("X-Custom") +
-                               "|" + request.body,
+    const auto echo = [](const httplib::Request& request, httplib::Response& response) {
+      response.set_content(request.method + "|" + request.get_header_value("Content-Type") + "|" +
+                               request.get_header_value("X-Custom") + "|" + request.body,
                            "text/plain");
+    };
+    server.Get("/echo", echo);
+    server.Post("/echo", echo);
+    server.Put("/echo", echo);
+    server.Delete("/echo", echo);
+    server.Get("/one", [](const httplib::Request&, httplib::Response& response) { response.set_content("x", kUncompressed); });
+    // Headers and the first bytes of a longer body, then the connection closes.
+    server.Get("/cut", [](const httplib::Request&, httplib::Response& response) {
+      response.set_content_provider(1000, kUncompressed, [](std::size_t offset, std::size_t, httplib::DataSink& sink) {
+        return offset == 0 && sink.write("partial", 7);
+      });
+    });
+    // A 307 or 308 to /echo: "plain" on the plain server, "same" on this one.
+    server.Post(R"(/move/(307|308)/(plain|same))", [this](const httplib::Request& request, httplib::Response& response) {
+      response.set_redirect(request.matches[2] == "plain" ? http.url("/echo") : "/echo", request.matches[1] == "307" ? 307 : 308);
     });
     server.Get("/gzip", [](const httplib::Request& request, httplib::Response& response) {
       const std::string accepted = request.get_header_value("Accept-Encoding");
@@ -182,6 +207,7 @@ class CurlHttpClientTest : public ::testing::Test {
 
   static inline test::TestCertificates* certificates = nullptr;
   HoldingRoute holding;
+  std::atomic<int> plainRequests{0};
   test::LoopbackServer http{std::make_unique<httplib::Server>(), "http"};
   test::LoopbackServer https{makeHttpsServer(), "https"};
   std::shared_ptr<platform::RunLoop> loop = std::make_shared<platform::RunLoop>();
@@ -202,7 +228,6 @@ TEST_F(CurlHttpClientTest, AnswersArriveOnTheMainThreadAsResponseDataFinish) {
   const AnswerRow rows[] = {
       {"plain", false, "/hello", 200, kHelloBody, "/hello"},
       {"over TLS with the CA file", true, "/hello", 200, kHelloBody, "/hello"},
-      {"a 500 with a body is a response", false, "/fail", 500, R"({"error":"server_error"})", "/fail"},
       {"a redirect is followed", false, "/redirect", 200, kHelloBody, "/hello"},
   };
   for (const auto& row : rows) {
@@ -218,6 +243,97 @@ TEST_F(CurlHttpClientTest, AnswersArriveOnTheMainThreadAsResponseDataFinish) {
     if (row.finalPath == std::string("/hello")) {
       EXPECT_EQ(platform::findHttpHeader(outcome.response->headers, "x-test"), "yes");
     }
+  }
+}
+
+// Each method reaches the server as itself with its body; a HEAD answer has no body to report,
+// and a body of one byte is still reported.
+TEST_F(CurlHttpClientTest, MethodsAndBodiesReachTheServerAsGivenAndEveryByteComesBack) {
+  struct Row {
+    HttpRequest request;
+    std::vector<std::string> events;
+    std::string body;
+  };
+  const Row rows[] = {
+      {{.url = http.url("/echo"), .method = "PUT", .body = "v=1"}, {"response", "data", "finish"},
+       "PUT|application/x-www-form-urlencoded||v=1"},
+      {{.url = http.url("/echo"), .method = "DELETE"}, {"response", "data", "finish"}, "DELETE|||"},
+      {{.url = http.url("/echo"), .method = "DELETE", .body = "q"}, {"response", "data", "finish"},
+       "DELETE|application/x-www-form-urlencoded||q"},
+      {{.url = http.url("/hello"), .method = "HEAD"}, {"response", "finish"}, ""},
+      {{.url = http.url("/one")}, {"response", "data", "finish"}, "x"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.request.method + " " + row.request.url);
+    const Outcome outcome = fetch(row.request);
+    EXPECT_EQ(outcome.events, row.events);
+    EXPECT_EQ(outcome.body, row.body);
+    ASSERT_TRUE(outcome.response);
+    EXPECT_EQ(outcome.response->statusCode, 200);
+  }
+}
+
+// A request made over https never continues over http: the plain server hears nothing of a
+// redirect to it (a token request's form would cross in clear text), and the caller gets one
+// failure. Redirects that keep the scheme are followed, the body sent again.
+TEST_F(CurlHttpClientTest, RedirectsFromHttpsToHttpAreRefusedAndOthersFollowed) {
+  struct Row {
+    bool overTls;
+    const char* path;
+    bool refused;
+  };
+  const Row rows[] = {
+      {true, "/move/307/plain", true}, {true, "/move/308/plain", true}, {true, "/move/307/same", false},
+      {true, "/move/308/same", false}, {false, "/move/307/plain", false}, {false, "/move/308/same", false},
+  };
+  for (const auto& row : rows) {
+    auto& server = row.overTls ? https : http;
+    SCOPED_TRACE(server.url(row.path));
+    plainRequests = 0;
+    const Outcome outcome = fetch({.url = server.url(row.path, "localhost"), .method = "POST", .body = "refresh_token=r"});
+    if (row.refused) {
+      EXPECT_EQ(outcome.events, std::vector<std::string>{"failure"});
+      ASSERT_TRUE(outcome.error);
+      EXPECT_EQ(outcome.error->code, static_cast<std::int64_t>(HttpErrorCode::secureConnectionFailed));
+      const std::string description = platform::httpErrorDescription(*outcome.error);
+      EXPECT_NE(description.find(http.url("/echo")), std::string::npos) << description;
+      EXPECT_EQ(plainRequests.load(), 0);
+    } else {
+      EXPECT_EQ(outcome.events, (std::vector<std::string>{"response", "data", "finish"}));
+      EXPECT_EQ(outcome.body, "POST|application/x-www-form-urlencoded||refresh_token=r");
+    }
+  }
+}
+
+// Whatever goes wrong at the server, a request ends once (a failure or a finish, never both), and
+// nothing of it arrives later: a request started after it is answered first.
+TEST_F(CurlHttpClientTest, EachServerFaultEndsTheRequestOnceWithNothingAfter) {
+  struct Row {
+    const char* name;
+    HttpRequest request;
+    std::vector<std::string> events;
+    int status;
+    std::optional<HttpErrorCode> code;
+  };
+  const Row rows[] = {
+      {"closes mid-answer", {.url = http.url("/cut")}, {"response", "data", "failure"}, 200,
+       HttpErrorCode::networkConnectionLost},
+      {"answers 500", {.url = http.url("/fail")}, {"response", "data", "finish"}, 500, std::nullopt},
+      {"stalls past the timeout", {.url = http.url("/stall"), .timeout = std::chrono::seconds(1)}, {"failure"}, 0,
+       HttpErrorCode::timedOut},
+      {"redirects to http", {.url = https.url("/move/307/plain", "localhost"), .method = "POST", .body = ""}, {"failure"}, 0,
+       HttpErrorCode::secureConnectionFailed},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    Outcome outcome;
+    auto connection = client->start(row.request, recordInto(outcome, *loop));
+    ASSERT_TRUE(test::runUntilQuit(*loop));
+    EXPECT_EQ(get(http.url("/one")).body, "x");
+    EXPECT_EQ(outcome.events, row.events);
+    EXPECT_EQ(outcome.response ? outcome.response->statusCode : 0, row.status);
+    EXPECT_EQ(outcome.error ? std::optional(outcome.error->code) : std::nullopt,
+              row.code ? std::optional(static_cast<std::int64_t>(*row.code)) : std::nullopt);
   }
 }
 
@@ -264,8 +380,8 @@ TEST_F(CurlHttpClientTest, AFormBodyCarriesTheFormContentTypeUnlessTheRequestSet
     std::string expected;
   };
   const Row rows[] = {
-      {"no content type of its own", {{"X-Custom", "kept"}}, "application/x-www-form-urlencoded|kept|a=1&b=%2F"},
-      {"its own content type", {{"Content-Type", "application/json"}}, "application/json||a=1&b=%2F"},
+      {"no content type of its own", {{"X-Custom", "kept"}}, "POST|application/x-www-form-urlencoded|kept|a=1&b=%2F"},
+      {"its own content type", {{"Content-Type", "application/json"}}, "POST|application/json||a=1&b=%2F"},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);

@@ -48,6 +48,11 @@ struct HttpRequest {
 
 /// The head of the final answer (redirects are followed and not reported). Any status, 4xx and
 /// 5xx included, is a response, never a failure.
+///
+/// A request made over https never continues over http: a redirect from an https address to an
+/// http one is not followed, and the request fails with `HttpErrorCode::secureConnectionFailed`
+/// (its description names the refused address). Nothing reaches the http address. A request made
+/// over http may be redirected to either scheme.
 struct HttpResponse {
   int statusCode = 0;
   /// The answer's headers as received ("Content-Encoding" included when the body was decoded).
@@ -74,7 +79,8 @@ enum class HttpErrorCode : std::int64_t {
   /// Refused, unreachable, or no route.
   cannotConnect = 5,
   timedOut = 6,
-  /// TLS could not be set up: the handshake failed, or the server's certificate is not trusted.
+  /// TLS could not be set up: the handshake failed, or the server's certificate is not trusted;
+  /// or a redirect would have left https for http.
   secureConnectionFailed = 7,
   /// The connection broke, or closed before a complete answer.
   networkConnectionLost = 8,

@@ -97,6 +97,11 @@ std::optional<Error> problemWith(const HttpRequest& request) {
   return std::nullopt;
 }
 
+bool isHttps(std::string_view url) {
+  const auto uri = boost::urls::parse_uri(url);
+  return uri && asciiLowercase(uri->scheme()) == "https";
+}
+
 std::string_view trimBlanks(std::string_view text) {
   constexpr std::string_view kBlanks = " \t\r\n";
   const auto first = text.find_first_not_of(kBlanks);
@@ -159,6 +164,7 @@ struct Transfer {
   // The headers of the latest response head; a redirect or a 1xx answer starts them anew.
   HttpHeaders received;
   bool responsePosted = false;
+  bool overTls = false;
   char errorBuffer[CURL_ERROR_SIZE] = {};
 
   ~Transfer() {
@@ -307,6 +313,7 @@ class Core {
     transfer->core = this;
     if (caError_) return postFailure(transfer->delivery, makeHttpError(HttpErrorCode::invalidRequest, *caError_));
     if (auto problem = problemWith(transfer->request)) return postFailure(transfer->delivery, std::move(*problem));
+    transfer->overTls = isHttps(transfer->request.url);
     transfer->easy = curl_easy_init();
     if (!transfer->easy) {
       return postFailure(transfer->delivery, makeHttpError(HttpErrorCode::unknown, "libcurl could not make a transfer"));
@@ -324,7 +331,9 @@ class Core {
     curl_easy_setopt(easy, CURLOPT_PRIVATE, &transfer);
     curl_easy_setopt(easy, CURLOPT_URL, request.url.c_str());
     curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https");
-    curl_easy_setopt(easy, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
+    // A redirect from https to http would resend the request (a token request's form: codes,
+    // refresh tokens, verifiers) in clear text; libcurl refuses it before connecting.
+    curl_easy_setopt(easy, CURLOPT_REDIR_PROTOCOLS_STR, transfer.overTls ? "https" : "http,https");
     curl_easy_setopt(easy, CURLOPT_FOLLOWLOCATION, 1L);
     curl_easy_setopt(easy, CURLOPT_MAXREDIRS, kMaxRedirects);
     // Empty: offer every encoding this libcurl decodes, and decode the answer.
@@ -438,6 +447,10 @@ class Core {
         auto handlers = std::exchange(delivery.handlers, {});
         if (handlers.onFinish) handlers.onFinish();
       });
+    } else if (const auto target = refusedRedirect(*transfer, result)) {
+      postFailure(transfer->delivery,
+                  makeHttpError(HttpErrorCode::secureConnectionFailed,
+                                "refused to follow a redirect from https to http (\"" + *target + "\")"));
     } else {
       std::string description = transfer->errorBuffer[0] ? transfer->errorBuffer : curl_easy_strerror(result);
       // libcurl's text says "Couldn't connect to server"; the system's reason says why.
@@ -448,6 +461,17 @@ class Core {
     }
     curl_multi_remove_handle(multi_, easy);
     transfers_.erase(transfer->id);
+  }
+
+  // The address of a redirect that libcurl refused to follow because it leaves https, if it was
+  // one. libcurl names no address then, but the head it refused is the latest one received; a
+  // relative address keeps the scheme, so only an absolute http one can be refused.
+  static std::optional<std::string> refusedRedirect(const Transfer& transfer, CURLcode result) {
+    if (result != CURLE_UNSUPPORTED_PROTOCOL || !transfer.overTls) return std::nullopt;
+    const auto location = findHttpHeader(transfer.received, "Location");
+    const auto uri = location ? boost::urls::parse_uri(*location) : boost::system::result<boost::urls::url_view>();
+    if (!uri || asciiLowercase(uri->scheme()) != "http") return std::nullopt;
+    return std::string(*location);
   }
 
   void postResponseOnce(Transfer& transfer) {
