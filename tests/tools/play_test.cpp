@@ -1,12 +1,25 @@
+#include <httplib.h>
+
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <iterator>
 #include <string>
+#include <thread>
+#include <utility>
 
+#include "platform/raw_clip_server.h"
 #include "platform/wav_clip.h"
 #include "tools/tunevo_process.h"
 
 namespace tunevo::test {
 namespace {
+
+std::size_t occurrences(const std::string& text, const std::string& part) {
+  std::size_t count = 0;
+  for (auto at = text.find(part); at != std::string::npos; at = text.find(part, at + part.size())) ++count;
+  return count;
+}
 
 TEST(TunevoPlay, PlaysAClipToItsEndWithoutASoundDevice) {
   const std::string clip = applogic::test::writeClip("play clip.wav", 0.3);
@@ -16,11 +29,39 @@ TEST(TunevoPlay, PlaysAClipToItsEndWithoutASoundDevice) {
   EXPECT_NE(run.out.find("\nplayed to the end\n"), std::string::npos) << run.out;
 }
 
+// The rewind after the end must not ask such a server for a range it cannot serve.
+TEST(TunevoPlay, PlaysToTheEndFromAServerWithoutRanges) {
+  std::ifstream in(applogic::test::writeClip("play_plain.wav", 0.3), std::ios::binary);
+  applogic::test::RawClipServer server(std::string(std::istreambuf_iterator<char>(in), {}), false);
+  const Outcome run = runTunevo("play --sink 'fakesink sync=true' " + server.url());
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_NE(run.out.find("\nplayed to the end\n"), std::string::npos) << run.out;
+  EXPECT_EQ(run.err.find("Failed"), std::string::npos) << run.err;
+}
+
+// Each failure is logged once by the controller and ends in one line with GStreamer's reason.
 TEST(TunevoPlay, UnplayableAddressesAndBadUsageAreErrors) {
-  const Outcome run = runTunevo("play --sink 'fakesink sync=true' file:///nonexistent/clip.wav");
-  EXPECT_EQ(run.status, 69);
-  EXPECT_NE(run.err.find("AudioPreviewController Failed to play to the end\n"), std::string::npos) << run.err;
-  EXPECT_NE(run.err.find("tunevo play: cannot play file:///nonexistent/clip.wav\n"), std::string::npos) << run.err;
+  httplib::Server notFound;
+  const int port = notFound.bind_to_any_port("127.0.0.1");
+  std::thread serving([&] { notFound.listen_after_bind(); });
+  while (!notFound.is_running()) std::this_thread::yield();
+  const std::string text = ::testing::TempDir() + "play_text.txt";
+  std::ofstream(text) << "this is text, not sound\n";
+  for (const std::string& url : {std::string("file:///nonexistent/clip.wav"),
+                                 "http://127.0.0.1:" + std::to_string(port) + "/missing.wav",
+                                 std::string("http://127.0.0.1:1/clip.wav"), "file://" + text}) {
+    SCOPED_TRACE(url);
+    const Outcome run = runTunevo("play --sink 'fakesink sync=true' " + url);
+    EXPECT_EQ(run.status, 69);
+    EXPECT_EQ(occurrences(run.err, "AudioPreviewController Failed to play to the end\n"), 1u) << run.err;
+    const std::string cannot = "tunevo play: cannot play " + url + ": ";
+    EXPECT_EQ(occurrences(run.err, "tunevo play: cannot play"), 1u) << run.err;
+    const auto at = run.err.find(cannot);
+    ASSERT_NE(at, std::string::npos) << run.err;
+    EXPECT_NE(run.err[at + cannot.size()], '\n') << run.err;
+  }
+  notFound.stop();
+  serving.join();
   // Usage errors, and a sink that does not exist.
   EXPECT_EQ(runTunevo("play").status, 64);
   EXPECT_EQ(runTunevo("play a b").status, 64);

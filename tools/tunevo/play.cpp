@@ -18,6 +18,7 @@
 
 #include "applogic/audio/audio_preview_controller.h"
 #include "applogic/audio/vx_audio_session.h"
+#include "applogic/platform/gstreamer_media_player.h"
 #include "applogic/platform/linux_platform.h"
 #include "applogic/support/url.h"
 #include "tunevo/exit_codes.h"
@@ -121,6 +122,7 @@ int runPlay(int argc, char** argv) {
 
   int status = kExitOk;
   std::string ending;
+  std::string reason;
   // Registered after `changeTrack`, so the controller has rewound and paused when these run.
   auto ended = system.notificationCenter->addObserver(
       std::string(platform::kMediaPlayerItemDidPlayToEndTimeNotification), nullptr,
@@ -130,8 +132,10 @@ int runPlay(int argc, char** argv) {
       });
   auto failed = system.notificationCenter->addObserver(
       std::string(platform::kMediaPlayerItemFailedToPlayToEndTimeNotification), nullptr,
-      [&](const platform::Notification&) {
+      [&](const platform::Notification& notification) {
         status = kExitUnavailable;
+        const auto* said = platform::userInfoValue<std::string>(notification, platform::kGStreamerErrorReasonKey);
+        reason = said != nullptr && !said->empty() ? *said : "the player gave no reason";
         loop->quit();
       });
 
@@ -199,7 +203,7 @@ int runPlay(int argc, char** argv) {
   system.notificationCenter->removeObserver(ended);
   system.notificationCenter->removeObserver(failed);
   if (status != kExitOk) {
-    std::cerr << "tunevo play: cannot play " << url->string() << "\n";
+    std::cerr << "tunevo play: cannot play " << url->string() << ": " << reason << "\n";
     return status;
   }
   std::cout << ending << "\n";

@@ -7,6 +7,7 @@
 #include <functional>
 #include <mutex>
 #include <optional>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -67,7 +68,8 @@ struct BusContext {
 };
 
 // What the sink pad's probe needs, on the streaming thread: the item generation of the player
-// and the last generation whose first buffer was reported.
+// (counting `replaceCurrentItem`s, not reloads) and the last generation whose first buffer was
+// reported.
 struct FirstBufferContext {
   std::function<void()> hook;
   std::shared_ptr<const std::atomic<std::uint64_t>> generation;
@@ -84,7 +86,7 @@ class GStreamerPlayer final : public MediaPlayer, public std::enable_shared_from
   void reportFirstBuffers(GstElement* sink, std::function<void()> hook) {
     GstPad* pad = gst_element_get_static_pad(sink, "sink");
     if (pad == nullptr) return;
-    auto* context = new FirstBufferContext{std::move(hook), generation_};
+    auto* context = new FirstBufferContext{std::move(hook), itemGeneration_};
     gst_pad_add_probe(
         pad, static_cast<GstPadProbeType>(GST_PAD_PROBE_TYPE_BUFFER | GST_PAD_PROBE_TYPE_BUFFER_LIST),
         [](GstPad*, GstPadProbeInfo*, gpointer data) {
@@ -118,11 +120,14 @@ class GStreamerPlayer final : public MediaPlayer, public std::enable_shared_from
     // before carry the old generation and are dropped on the main thread.
     gst_element_set_state(playbin_, GST_STATE_NULL);
     generation_->fetch_add(1);
+    itemGeneration_->fetch_add(1);
     bool playing = false;
     {
       std::lock_guard lock(mutex_);
       item_ = item;
       buffering_ = false;
+      ended_ = false;
+      duration_.reset();
       loaded_ = item != nullptr;
       playing = rate_ > 0.0f;
     }
@@ -145,6 +150,7 @@ class GStreamerPlayer final : public MediaPlayer, public std::enable_shared_from
       hasItem = item_ != nullptr;
       held = buffering_ && waits_;
       if (hasItem) loaded_ = true;
+      ended_ = false;
     }
     if (hasItem && !held) gst_element_set_state(playbin_, GST_STATE_PLAYING);
     changeRate(1.0f);
@@ -174,9 +180,17 @@ class GStreamerPlayer final : public MediaPlayer, public std::enable_shared_from
     return std::make_unique<Observation>(weak_from_this(), observer);
   }
 
-  // An item that is not loaded starts from its beginning when `play` loads it again.
+  // An item that is not loaded starts from its beginning when `play` loads it again. So does an
+  // item rewound after its end: a stream whose server cannot seek (no Range requests) fails the
+  // seek, while loading it again works everywhere and costs the same one request.
   void seek(std::chrono::nanoseconds time) override {
     if (!isLoaded()) return;
+    bool ended = false;
+    {
+      std::lock_guard lock(mutex_);
+      ended = ended_ && time.count() == 0;
+    }
+    if (ended) return unload();
     gst_element_seek_simple(playbin_, GST_FORMAT_TIME,
                             static_cast<GstSeekFlags>(GST_SEEK_FLAG_FLUSH | GST_SEEK_FLAG_ACCURATE),
                             static_cast<gint64>(time.count()));
@@ -190,12 +204,16 @@ class GStreamerPlayer final : public MediaPlayer, public std::enable_shared_from
     return std::chrono::nanoseconds(position);
   }
 
+  // Kept while the item is dropped (after its end or a failure): the pipeline then knows nothing.
   std::optional<std::chrono::nanoseconds> duration() const override {
     gint64 length = 0;
-    if (!currentItem() || !gst_element_query_duration(playbin_, GST_FORMAT_TIME, &length) || length < 0) {
-      return std::nullopt;
+    if (!isLoaded() || !gst_element_query_duration(playbin_, GST_FORMAT_TIME, &length) || length < 0) {
+      std::lock_guard lock(mutex_);
+      return item_ ? duration_ : std::nullopt;
     }
-    return std::chrono::nanoseconds(length);
+    std::lock_guard lock(mutex_);
+    duration_ = std::chrono::nanoseconds(length);
+    return duration_;
   }
 
   void setAutomaticallyWaitsToMinimizeStalling(bool waits) override {
@@ -225,13 +243,21 @@ class GStreamerPlayer final : public MediaPlayer, public std::enable_shared_from
   static GstBusSyncReply onBusMessage(GstBus* /*bus*/, GstMessage* message, gpointer data) {
     const auto* context = static_cast<const BusContext*>(data);
     Report report = Report::end;
+    std::string reason;
     switch (GST_MESSAGE_TYPE(message)) {
       case GST_MESSAGE_EOS:
         report = Report::end;
         break;
-      case GST_MESSAGE_ERROR:
+      case GST_MESSAGE_ERROR: {
         report = Report::failure;
+        GError* error = nullptr;
+        gst_message_parse_error(message, &error, nullptr);
+        if (error != nullptr) {
+          reason = error->message != nullptr ? error->message : "";
+          g_error_free(error);
+        }
         break;
+      }
       case GST_MESSAGE_BUFFERING: {
         gint percent = 100;
         gst_message_parse_buffering(message, &percent);
@@ -242,14 +268,14 @@ class GStreamerPlayer final : public MediaPlayer, public std::enable_shared_from
         return GST_BUS_DROP;
     }
     const std::uint64_t generation = context->generation->load();
-    context->mainThread->post([player = context->player, report, generation] {
-      if (auto self = player.lock()) self->handle(report, generation);
+    context->mainThread->post([player = context->player, report, generation, reason = std::move(reason)] {
+      if (auto self = player.lock()) self->handle(report, generation, reason);
     });
     return GST_BUS_DROP;
   }
 
   // On the main thread.
-  void handle(Report report, std::uint64_t generation) {
+  void handle(Report report, std::uint64_t generation, const std::string& reason) {
     std::shared_ptr<MediaPlayerItem> item;
     bool playing = false;
     bool waits = false;
@@ -263,6 +289,10 @@ class GStreamerPlayer final : public MediaPlayer, public std::enable_shared_from
     switch (report) {
       case Report::end:
         gst_element_set_state(playbin_, GST_STATE_PAUSED);
+        {
+          std::lock_guard lock(mutex_);
+          ended_ = true;
+        }
         changeRate(0.0f);
         notificationCenter_->post(Notification{std::string(kMediaPlayerItemDidPlayToEndTimeNotification), item.get(), {}});
         break;
@@ -271,16 +301,11 @@ class GStreamerPlayer final : public MediaPlayer, public std::enable_shared_from
         // the start. One failed load makes several elements post an error (the source, then the
         // demuxer that starved...): the new generation drops the others, so one failure posts
         // one notification.
-        gst_element_set_state(playbin_, GST_STATE_NULL);
-        generation_->fetch_add(1);
-        {
-          std::lock_guard lock(mutex_);
-          loaded_ = false;
-          buffering_ = false;
-        }
+        unload();
         changeRate(0.0f);
-        notificationCenter_->post(
-            Notification{std::string(kMediaPlayerItemFailedToPlayToEndTimeNotification), item.get(), {}});
+        Notification failed{std::string(kMediaPlayerItemFailedToPlayToEndTimeNotification), item.get(), {}};
+        failed.userInfo.emplace(std::string(kGStreamerErrorReasonKey), reason);
+        notificationCenter_->post(failed);
         break;
       }
       case Report::bufferingStarted:
@@ -301,6 +326,17 @@ class GStreamerPlayer final : public MediaPlayer, public std::enable_shared_from
         break;
       }
     }
+  }
+
+  // Drops the pipeline's stream; reports it made before carry the old generation and are dropped.
+  void unload() {
+    static_cast<void>(duration());
+    gst_element_set_state(playbin_, GST_STATE_NULL);
+    generation_->fetch_add(1);
+    std::lock_guard lock(mutex_);
+    loaded_ = false;
+    ended_ = false;
+    buffering_ = false;
   }
 
   bool isLoaded() const {
@@ -325,13 +361,16 @@ class GStreamerPlayer final : public MediaPlayer, public std::enable_shared_from
   const std::shared_ptr<MainThread> mainThread_;
   const std::shared_ptr<NotificationCenter> notificationCenter_;
   const std::shared_ptr<std::atomic<std::uint64_t>> generation_ = std::make_shared<std::atomic<std::uint64_t>>(0);
+  const std::shared_ptr<std::atomic<std::uint64_t>> itemGeneration_ = std::make_shared<std::atomic<std::uint64_t>>(0);
   mutable std::mutex mutex_;
   std::shared_ptr<MediaPlayerItem> item_;
   float rate_ = 0.0f;
   bool waits_ = true;
   bool buffering_ = false;
-  // Whether the pipeline holds the current item (not dropped after a failure).
+  // Whether the pipeline holds the current item (not dropped after a failure or a rewind at the end).
   bool loaded_ = false;
+  bool ended_ = false;
+  mutable std::optional<std::chrono::nanoseconds> duration_;
   std::vector<Observer> observers_;
 };
 

@@ -3,12 +3,17 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "applogic/platform/main_thread.h"
 #include "applogic/platform/media_player.h"
 #include "applogic/platform/notification_center.h"
 
 namespace applogic::platform {
+
+/// In the failed-to-reach-end notification of a GStreamer player: GStreamer's reason for the
+/// failure, a `std::string` ("Could not open resource for reading.", "Not Found" ...).
+inline constexpr std::string_view kGStreamerErrorReasonKey = "GStreamerErrorReason";
 
 /// Options of the GStreamer media players.
 struct GStreamerMediaOptions {
@@ -45,7 +50,9 @@ bool audioOutputDevicePresent();
 /// inside those calls. The players run no GLib main loop.
 ///
 /// After a failure the player keeps its item but holds nothing loaded: `pause` and `seek` do not
-/// open the address again (the item will start from its beginning); the next `play` does.
+/// open the address again (the item will start from its beginning); the next `play` does. A
+/// rewind to 0 after the item's end does the same instead of seeking, so that clips from servers
+/// that cannot seek (no Range requests) play again. `duration` stays known meanwhile.
 ///
 /// Returns null when GStreamer or its `playbin` element is not available, or when `audioSink`
 /// does not describe an element. Any thread.
