@@ -37,6 +37,7 @@ const FilterRow kFilterRows[] = {
     {"480", "481", "https://m.test/a.gif", false},     // just below 1:1
     {"700", "300", "https://m.test/a.gif", true},      // 7:3 in float, the upper bound
     {"7", "3", "https://m.test/a.gif", true},
+    {"1", "1", "https://m.test/a.gif", true},          // the smallest size: any positive one will do
     {"701", "300", "https://m.test/a.gif", false},     // just above 7:3
     {"2333334", "1000000", "a", false},                // 2.333334 > the float nearest 7/3
     {"0", "300", "https://m.test/a.gif", false},
