@@ -22,9 +22,9 @@ namespace applogic {
 /// `resume` plays (after asking the app to pause its full-track player); the end of the clip
 /// rewinds it and pauses, keeping it loaded; a clip that cannot be played is logged once, rewound
 /// and paused the same way, and further failure reports are ignored until the app calls `resume`
-/// or loads again. `isPlaying` is false after either. `releaseResources` empties. Every `changeTrack` of a
-/// playable address adds one activation to the audio session, which this class never releases:
-/// the app's full-track player shares the session and decides when it goes off.
+/// or loads again. `isPlaying` is false after either. `releaseResources` empties. Every
+/// `changeTrack` of a playable address adds one activation to the audio session, which this class
+/// never releases: the app's full-track player shares the session and decides when it goes off.
 ///
 /// Thread contract: the class takes no locks; the host calls it from one thread (the main
 /// thread). The player's rate changes and end notifications arrive on the threads the media
