@@ -1,6 +1,9 @@
 #include "applogic/testing/in_memory_secure_store.h"
 
 #include <algorithm>
+#include <string_view>
+
+#include "applogic/testing/fault_plan.h"
 
 namespace applogic::testing {
 namespace {
@@ -18,7 +21,15 @@ bool matches(const SecureItem& item, const SecureItem& query) {
 std::optional<platform::SecureStoreStatus> InMemorySecureStore::injected(Call call, const SecureItem& query) {
   calls_.push_back({call, query});
   if (const auto found = failures_.find(call); found != failures_.end()) return found->second;
+  static constexpr std::string_view kSites[] = {"store.read", "store.add", "store.update", "store.remove"};
+  // A busy or locked store: what a desktop keyring or a SQLite file held by another process says.
+  if (faults_ && faults_->fails(kSites[static_cast<int>(call)])) return status::kInteractionNotAllowed;
   return std::nullopt;
+}
+
+void InMemorySecureStore::setFaultPlan(std::shared_ptr<FaultPlan> plan) {
+  std::lock_guard lock(mutex_);
+  faults_ = std::move(plan);
 }
 
 platform::SecureStoreStatus InMemorySecureStore::copyMatching(const SecureItem& query, platform::SecureItemReturn what,

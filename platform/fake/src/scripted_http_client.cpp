@@ -6,6 +6,8 @@
 #include <mutex>
 #include <utility>
 
+#include "applogic/testing/fault_plan.h"
+
 namespace applogic::testing {
 
 using platform::HttpCookie;
@@ -66,6 +68,7 @@ struct ScriptedHttpClient::State : std::enable_shared_from_this<State> {
   std::map<std::pair<std::string, std::string>, std::deque<HttpAnswer>> scripts;
   std::vector<Entry> entries;
   std::vector<HttpCookie> cookies;
+  std::shared_ptr<FaultPlan> faults;
 
   // Posts one handler call of request `index`; it does nothing once the connection or the client
   // is gone. A `terminal` call ends the request and releases its handlers.
@@ -89,25 +92,53 @@ struct ScriptedHttpClient::State : std::enable_shared_from_this<State> {
     });
   }
 
-  // Posts every handler call of `answer` (nothing for a held one).
+  // Whether the fault plan fails this step of an answer (a failable call of the client).
+  bool fails(std::string_view site) {
+    std::shared_ptr<FaultPlan> plan;
+    {
+      std::lock_guard lock(mutex);
+      plan = faults;
+    }
+    return plan && plan->fails(site);
+  }
+
+  void postFailure(platform::MainThread& mainThread, std::size_t index, const std::weak_ptr<Delivery>& target,
+                   Error error) {
+    post(mainThread, index, target, true, [error = std::move(error)](HttpHandlers& handlers) {
+      if (handlers.onFailure) handlers.onFailure(error);
+    });
+  }
+
+  // Posts every handler call of `answer` (nothing for a held one). A step the fault plan fails is
+  // replaced by the failure a dropped connection gives, and ends the request.
   void deliver(platform::MainThread& mainThread, std::size_t index, const std::weak_ptr<Delivery>& target,
                const std::string& url, const HttpAnswer& answer) {
-    if (answer.kind_ == HttpAnswer::Kind::failure) {
-      post(mainThread, index, target, true, [error = answer.error_](HttpHandlers& handlers) {
-        if (handlers.onFailure) handlers.onFailure(error);
-      });
+    if (answer.kind_ == HttpAnswer::Kind::held) return;
+    if (fails("http.connect")) {
+      postFailure(mainThread, index, target,
+                  platform::makeHttpError(platform::HttpErrorCode::cannotConnect, "Could not connect to the server."));
       return;
     }
-    if (answer.kind_ != HttpAnswer::Kind::response) return;
+    if (answer.kind_ == HttpAnswer::Kind::failure) {
+      postFailure(mainThread, index, target, answer.error_);
+      return;
+    }
+    const auto lost = [] {
+      return platform::makeHttpError(platform::HttpErrorCode::networkConnectionLost,
+                                     "The network connection was lost.");
+    };
+    if (fails("http.response")) return postFailure(mainThread, index, target, lost());
     post(mainThread, index, target, false,
          [response = platform::HttpResponse{answer.status_, answer.headers_, url}](HttpHandlers& handlers) {
            if (handlers.onResponse) handlers.onResponse(response);
          });
     for (const auto& chunk : answer.chunks_) {
+      if (fails("http.data")) return postFailure(mainThread, index, target, lost());
       post(mainThread, index, target, false, [chunk](HttpHandlers& handlers) {
         if (handlers.onData) handlers.onData(chunk);
       });
     }
+    if (fails("http.finish")) return postFailure(mainThread, index, target, lost());
     post(mainThread, index, target, true, [](HttpHandlers& handlers) {
       if (handlers.onFinish) handlers.onFinish();
     });
@@ -189,6 +220,11 @@ std::size_t ScriptedHttpClient::answerHeld(const HttpAnswer& answer) {
   }
   for (const auto& [index, entry] : held) state_->deliver(*mainThread_, index, entry.delivery, entry.request.url, answer);
   return held.size();
+}
+
+void ScriptedHttpClient::setFaultPlan(std::shared_ptr<FaultPlan> plan) {
+  std::lock_guard lock(state_->mutex);
+  state_->faults = std::move(plan);
 }
 
 void ScriptedHttpClient::script(std::string method, std::string url, std::vector<HttpAnswer> answers) {

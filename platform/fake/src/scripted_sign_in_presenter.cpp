@@ -4,6 +4,8 @@
 #include <cctype>
 #include <utility>
 
+#include "applogic/testing/fault_plan.h"
+
 namespace applogic::testing {
 namespace {
 
@@ -18,7 +20,7 @@ std::string lowerScheme(const std::string& url) {
 }  // namespace
 
 bool ScriptedSignInPresenter::openURL(const std::string& url) {
-  if (!browserOpens_ || url.empty()) return false;
+  if (!browserOpens_ || url.empty() || fails("presenter.open")) return false;
   opened_.push_back({Kind::browser, url});
   return true;
 }
@@ -28,13 +30,13 @@ bool ScriptedSignInPresenter::canOpenAppURL(const std::string& url) const {
 }
 
 bool ScriptedSignInPresenter::openAppURL(const std::string& url) {
-  if (!canOpenAppURL(url)) return false;
+  if (!canOpenAppURL(url) || fails("presenter.open")) return false;
   opened_.push_back({Kind::app, url});
   return true;
 }
 
 bool ScriptedSignInPresenter::presentInAppBrowser(const std::string& url) {
-  if (!inAppBrowser_) return false;
+  if (!inAppBrowser_ || fails("presenter.open")) return false;
   opened_.push_back({Kind::inAppBrowser, url});
   showing_ = true;
   return true;
@@ -42,13 +44,15 @@ bool ScriptedSignInPresenter::presentInAppBrowser(const std::string& url) {
 
 bool ScriptedSignInPresenter::presentWebView(const std::string& url, const std::string& returnToURL,
                                              std::function<void(const std::string&)> onReturn) {
-  if (!webView_) return false;
+  if (!webView_ || fails("presenter.open")) return false;
   opened_.push_back({Kind::webView, url});
   showing_ = true;
   returnToURL_ = returnToURL;
   onReturn_ = std::move(onReturn);
   return true;
 }
+
+bool ScriptedSignInPresenter::fails(std::string_view site) const { return faults_ && faults_->fails(site); }
 
 void ScriptedSignInPresenter::dismiss() {
   ++dismissCount_;

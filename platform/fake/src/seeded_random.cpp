@@ -1,10 +1,12 @@
 #include "applogic/testing/seeded_random.h"
 
+#include "applogic/testing/fault_plan.h"
+
 namespace applogic::testing {
 
 bool SeededRandom::fill(std::span<std::uint8_t> bytes) const {
   std::lock_guard lock(mutex_);
-  if (failing_) return false;
+  if (failing_ || (faults_ && faults_->fails("random.fill"))) return false;
   for (auto& byte : bytes) {
     // splitmix64: every output depends on the whole state, so short fills still differ.
     std::uint64_t z = (state_ += 0x9e3779b97f4a7c15ULL);
@@ -13,6 +15,11 @@ bool SeededRandom::fill(std::span<std::uint8_t> bytes) const {
     byte = static_cast<std::uint8_t>(z ^ (z >> 31));
   }
   return true;
+}
+
+void SeededRandom::setFaultPlan(std::shared_ptr<FaultPlan> plan) {
+  std::lock_guard lock(mutex_);
+  faults_ = std::move(plan);
 }
 
 void SeededRandom::setFailing(bool failing) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -9,6 +10,8 @@
 #include "applogic/platform/secure_store.h"
 
 namespace applogic::testing {
+
+class FaultPlan;
 
 /// A `SecureStore` in memory, with the same rules as the real ports, that records every call and
 /// can be told to answer a call with a given status instead of running it.
@@ -33,6 +36,10 @@ class InMemorySecureStore final : public platform::SecureStore {
 
   /// From now on `call` changes nothing and returns `status`; absent restores normal behaviour.
   void failWith(Call call, std::optional<platform::SecureStoreStatus> status);
+  /// Makes every call ask `plan` first ("store.read" for `copyMatching`, "store.add",
+  /// "store.update", "store.remove"); a call the plan fails changes nothing and returns
+  /// `kInteractionNotAllowed`, as a busy or locked store does. Null: nothing fails.
+  void setFaultPlan(std::shared_ptr<FaultPlan> plan);
   /// The calls made so far, in order (failed ones included).
   std::vector<RecordedCall> calls() const;
   /// The items held, in insertion order.
@@ -45,6 +52,7 @@ class InMemorySecureStore final : public platform::SecureStore {
   std::vector<platform::SecureItem> items_;
   std::map<Call, platform::SecureStoreStatus> failures_;
   std::vector<RecordedCall> calls_;
+  std::shared_ptr<FaultPlan> faults_;
 };
 
 }  // namespace applogic::testing

@@ -11,6 +11,8 @@
 
 namespace applogic::testing {
 
+class FaultPlan;
+
 /// One scripted outcome of a request.
 class HttpAnswer {
  public:
@@ -69,6 +71,12 @@ class ScriptedHttpClient final : public platform::HttpClient, public platform::H
   /// The answers, in order, of the requests with `method` to `url`; replaces an earlier script
   /// of the same pair. An empty list removes the script.
   void script(std::string method, std::string url, std::vector<HttpAnswer> answers);
+  /// Makes every request ask `plan` at each step of its answer that can fail in life, in order:
+  /// "http.connect" (the request fails with `cannotConnect` before anything), then, for a
+  /// response, "http.response", one "http.data" per piece of body and "http.finish" (that step
+  /// and the rest are replaced by one `onFailure` with `networkConnectionLost`). The steps are
+  /// counted when the request starts (a held one: when it is answered). Null: nothing fails.
+  void setFaultPlan(std::shared_ptr<FaultPlan> plan);
   /// Answers every held request that is still open, oldest first; returns how many.
   std::size_t answerHeld(const HttpAnswer& answer);
   void addCookie(platform::HttpCookie cookie);

@@ -1,13 +1,17 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "applogic/platform/sign_in_presenter.h"
 
 namespace applogic::testing {
+
+class FaultPlan;
 
 /// A `SignInPresenter` that shows nothing: it records every address it was asked to open or
 /// present, answers the capability questions as the test sets them, and runs the cancel handler
@@ -41,6 +45,9 @@ class ScriptedSignInPresenter final : public platform::SignInPresenter {
   void installApp(std::string scheme);
   void setInAppBrowserAvailable(bool available) { inAppBrowser_ = available; }
   void setWebViewAvailable(bool available) { webView_ = available; }
+  /// Makes every open or present that would succeed ask `plan` ("presenter.open") first; one the
+  /// plan fails shows nothing and returns false. Null: nothing fails.
+  void setFaultPlan(std::shared_ptr<FaultPlan> plan) { faults_ = std::move(plan); }
 
   /// What was opened or presented, in order.
   const std::vector<Opened>& opened() const { return opened_; }
@@ -57,6 +64,9 @@ class ScriptedSignInPresenter final : public platform::SignInPresenter {
   bool navigateWebView(const std::string& url);
 
  private:
+  bool fails(std::string_view site) const;
+
+  std::shared_ptr<FaultPlan> faults_;
   bool browserOpens_ = true;
   bool inAppBrowser_ = false;
   bool webView_ = false;
