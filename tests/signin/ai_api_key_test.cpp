@@ -175,6 +175,11 @@ TEST_F(AIAppIdentifierTest, ASecondCheckOfTheSameKeyDoesNotVerifyAgain) {
   EXPECT_EQ(crypto_->verifications, 2);
   EXPECT_EQ(identifier_.getAPIKeyForPackage(kPackage), other);
   EXPECT_EQ(identifier_.getAppIdForPackage(kPackage), "amzn1.app");
+  // A key verified under one issuer's public key is checked again, and refused, under another's.
+  ClientConfiguration otherIssuer;
+  otherIssuer.apiKeyPublicKey = test::otherKeys().publicPem;
+  EXPECT_FALSE(identifier_.isAPIKey(other, kPackage, AIAPIKeyHelper(crypto_, nullptr, otherIssuer)));
+  EXPECT_EQ(crypto_->verifications, 3);
 }
 
 TEST_F(AIAppIdentifierTest, InvalidKeysAreNotRememberedAndMissingValuesAreNotChecked) {

@@ -9,26 +9,10 @@ namespace {
 
 using testing::HttpAnswer;
 using test::ClientFixture;
+using test::RecordingDelegate;
 
 constexpr const char* kTokenUrl = "https://api.test/auth/o2/token";
 constexpr const char* kProfileUrl = "https://api.test/user/profile";
-
-class RecordingDelegate final : public AIAuthenticationDelegate {
- public:
-  void requestDidSucceed(const APIResult& result) override {
-    successes.push_back(result);
-    if (onAnswer) onAnswer();
-  }
-  void requestDidFail(const APIError& error) override {
-    failures.push_back(error);
-    if (onAnswer) onAnswer();
-  }
-  std::size_t answers() const { return successes.size() + failures.size(); }
-
-  std::vector<APIResult> successes;
-  std::vector<APIError> failures;
-  std::function<void()> onAnswer;
-};
 
 std::string tokenAnswer(const std::string& access, const std::string& refresh, const std::string& scope = "profile") {
   return R"({"access_token":")" + access + R"(","refresh_token":")" + refresh +

@@ -14,41 +14,12 @@ namespace {
 using testing::HttpAnswer;
 using testing::ScriptedSignInPresenter;
 using test::ClientFixture;
+using test::RecordingDelegate;
+using test::tokenAnswer;
 using Params = std::map<std::string, std::string>;
 
 constexpr const char* kTokenUrl = "https://api.test/auth/o2/token";
 constexpr const char* kProfileUrl = "https://api.test/user/profile";
-
-// Records answers, also into a log shared by several delegates (to see their order).
-class RecordingDelegate final : public AIAuthenticationDelegate {
- public:
-  explicit RecordingDelegate(std::string name = "d", std::shared_ptr<std::vector<std::string>> order = nullptr)
-      : name_(std::move(name)), order_(order ? std::move(order) : std::make_shared<std::vector<std::string>>()) {}
-  void requestDidSucceed(const APIResult& result) override {
-    successes.push_back(result);
-    order_->push_back(name_);
-    if (onAnswer) onAnswer();
-  }
-  void requestDidFail(const APIError& error) override {
-    failures.push_back(error);
-    order_->push_back(name_);
-    if (onAnswer) onAnswer();
-  }
-  std::size_t answers() const { return successes.size() + failures.size(); }
-
-  std::vector<APIResult> successes;
-  std::vector<APIError> failures;
-  std::function<void()> onAnswer;
-
- private:
-  std::string name_;
-  std::shared_ptr<std::vector<std::string>> order_;
-};
-
-std::string tokenAnswer(const std::string& access, const std::string& refresh, const std::string& scope = "profile") {
-  return R"({"access_token":")" + access + R"(","refresh_token":")" + refresh +
-         R"(","token_type":"bearer","expires_in":3600,"scope":")" + scope + R"("})";
-}
 
 class CollectingLog final : public LogSink {
  public:
@@ -240,6 +211,7 @@ TEST_F(MobileLibTest, ForeignRedirectsChangeNothingAndARedirectErrorFailsTheSign
   EXPECT_FALSE(lib().handleOpenURL("amzn-com.tunevo.app://?methodName=signout&code=c&state=" + state));
   EXPECT_FALSE(lib().handleOpenURL(redirect("code=c&state=SOMEONE-ELSE")));
   EXPECT_FALSE(lib().handleOpenURL(redirect("code=c")));
+  EXPECT_FALSE(lib().handleOpenURL(redirect("code=c&state=")));
   pump();
   EXPECT_EQ(lib().proxy()->callContexts().size(), 1u);
   EXPECT_EQ(lib().proxy()->openIdRequestStates().count(state), 1u);

@@ -11,15 +11,11 @@ namespace {
 using testing::HttpAnswer;
 using testing::ScriptedSignInPresenter;
 using Params = std::map<std::string, std::string>;
+using test::tokenAnswer;
 
 constexpr const char* kTokenUrl = "https://api.test/auth/o2/token";
 constexpr const char* kProfileUrl = "https://api.test/user/profile";
 constexpr const char* kSandboxProfileUrl = "https://api.sandbox.test/user/profile";
-
-std::string tokenAnswer(const std::string& access, const std::string& refresh) {
-  return R"({"access_token":")" + access + R"(","refresh_token":")" + refresh +
-         R"(","token_type":"bearer","expires_in":3600,"scope":"profile"})";
-}
 
 Error loginError(std::int64_t code, std::string message) {
   return Error{kAmazonLoginErrorDomain, code, {{"message", std::move(message)}}};

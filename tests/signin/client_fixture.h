@@ -5,14 +5,17 @@
 // clock, seeded randomness with the real crypto, and a scripted HTTP client on a manual main thread.
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
 #include "applogic/platform/openssl_crypto.h"
 #include "applogic/signin/client/ai_app_identifier.h"
 #include "applogic/signin/client/ai_call_context.h"
+#include "applogic/signin/client/api_result.h"
 #include "applogic/signin/client/ai_client_services.h"
 #include "applogic/signin/client/ai_spop.h"
 #include "applogic/signin/client/ai_token_manager.h"
@@ -52,6 +55,39 @@ inline void storeToken(const AITokenManager& tokens, const AIToken& token) {
 inline std::unique_ptr<AIToken> storedToken(const AITokenManager& tokens, std::int32_t type) {
   AIError error;
   return tokens.getTokenFromStorage(type, error);
+}
+
+// Records every answer, also into an order shared by several delegates (to see who came first).
+class RecordingDelegate final : public AIAuthenticationDelegate {
+ public:
+  explicit RecordingDelegate(std::string name = "d", std::shared_ptr<std::vector<std::string>> order = nullptr)
+      : name_(std::move(name)), order_(order ? std::move(order) : std::make_shared<std::vector<std::string>>()) {}
+  void requestDidSucceed(const APIResult& result) override {
+    successes.push_back(result);
+    order_->push_back(name_);
+    if (onAnswer) onAnswer();
+  }
+  void requestDidFail(const APIError& error) override {
+    failures.push_back(error);
+    order_->push_back(name_);
+    if (onAnswer) onAnswer();
+  }
+  std::size_t answers() const { return successes.size() + failures.size(); }
+
+  std::vector<APIResult> successes;
+  std::vector<APIError> failures;
+  std::function<void()> onAnswer;
+
+ private:
+  std::string name_;
+  std::shared_ptr<std::vector<std::string>> order_;
+};
+
+// A token endpoint's answer with both tokens.
+inline std::string tokenAnswer(const std::string& access, const std::string& refresh,
+                               const std::string& scope = "profile") {
+  return R"({"access_token":")" + access + R"(","refresh_token":")" + refresh +
+         R"(","token_type":"bearer","expires_in":3600,"scope":")" + scope + R"("})";
 }
 
 class ClientFixture {

@@ -39,7 +39,11 @@ bool AIAppIdentifier::isAPIKey(std::optional<std::string_view> key, std::optiona
   {
     std::lock_guard lock(mutex_);
     const auto known = nameToAPIKeyMap_.find(*package);
-    if (known != nameToAPIKeyMap_.end() && known->second == *key) return true;
+    const auto verifiedUnder = nameToVerifyingKeyMap_.find(*package);
+    if (known != nameToAPIKeyMap_.end() && known->second == *key && verifiedUnder != nameToVerifyingKeyMap_.end() &&
+        verifiedUnder->second == helper.getAPIKeyPublicKey()) {
+      return true;
+    }
   }
   // Verified outside the lock: an RSA verification should not hold up readers of the maps.
   auto info = helper.verifyAPIKey(*key, *package);
@@ -47,6 +51,7 @@ bool AIAppIdentifier::isAPIKey(std::optional<std::string_view> key, std::optiona
   std::lock_guard lock(mutex_);
   nameToAppInfoMap_.insert_or_assign(std::string(*package), std::move(*info));
   nameToAPIKeyMap_.insert_or_assign(std::string(*package), std::string(*key));
+  nameToVerifyingKeyMap_.insert_or_assign(std::string(*package), helper.getAPIKeyPublicKey());
   return true;
 }
 

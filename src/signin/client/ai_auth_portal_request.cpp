@@ -144,6 +144,12 @@ std::unique_ptr<AI3POpenIdRequest> AI3POpenIdRequest::make(std::shared_ptr<const
     context->error().setError(kAIInvalidInput, std::string(kAIMessageInvalidClientId));
     return nullptr;
   }
+  if (context->UID().empty()) {
+    // The state names the call when the browser comes back; without one (the secure random source
+    // failed) a forged redirect carrying an empty state would be taken for this sign-in.
+    context->error().setError(kAIInternalError, std::string(kAIMessageInternalErrorGeneral));
+    return nullptr;
+  }
   std::unique_ptr<AI3POpenIdRequest> request(new AI3POpenIdRequest(std::move(services)));
   AIParameters& p = request->mParams_;
   put(p, "response_type", "code");

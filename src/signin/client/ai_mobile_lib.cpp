@@ -147,7 +147,7 @@ bool AIMobileLib::handleOpenURL(std::string_view url, std::string_view) const {
   if (url.find("methodName=signin") == std::string_view::npos) return false;
   const auto parameters = AIUtils::getKeyValueDictionaryParseString(url);
   const auto state = parameters.find("state");
-  if (state == parameters.end()) return false;
+  if (state == parameters.end() || state->second.empty()) return false;
   auto& states = proxy_->openIdRequestStates();
   const auto found = states.find(state->second);
   if (found == states.end()) return false;

@@ -134,6 +134,7 @@ void AISignInViewManager::initializeSignIn(AISignInCall call) {
     // The address last built is the one every later strategy shows: building regenerates the
     // proof key, so only the newest address carries the challenge that matches the verifier.
     if (auto singleSignOn = call.buildURLString(true)) url = std::move(singleSignOn);
+    if (error.hasErrorOccured()) return;
     if (tryStrategy(std::make_unique<AIFirstPartyAppSignInStrategy>(presenter_, singleSignOnScheme_), error, *url)) {
       return;
     }
@@ -172,7 +173,13 @@ std::optional<std::string> AISignInViewManager::buildURLString(const std::shared
   } else {
     spop->regenerateSpop();
   }
-  if (spop->spopChallenge()) request->mParams()[std::string(CODE_CHALLENGE)] = *spop->spopChallenge();
+  if (!spop->spopChallenge()) {
+    // No proof key (the secure random source failed): a page without a challenge would let a
+    // stolen code be exchanged by anyone, so none is shown.
+    context->error().setError(kAIInternalError, std::string(kAIMessageInternalErrorGeneral));
+    return std::nullopt;
+  }
+  request->mParams()[std::string(CODE_CHALLENGE)] = *spop->spopChallenge();
   if (spop->spopMethod()) request->mParams()[std::string(CODE_CHALLENGE_METHOD)] = *spop->spopMethod();
   const std::optional<std::string> base = request->getBaseUrlWithOption(*context);
   if (!base) return std::nullopt;

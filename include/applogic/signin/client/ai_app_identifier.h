@@ -37,8 +37,10 @@ class AIAppIdentifier {
   static void resetSharedInstance();
 
   /// False when `key` or `package` is absent. True at once when this very key text was verified
-  /// for `package` before. Otherwise verifies it with `helper.verifyAPIKey`; on success records
-  /// the key and its app information under `package` and answers true.
+  /// for `package` before under the same public key (`helper.getAPIKeyPublicKey()`): a key
+  /// verified under one issuer's key is never taken under another's. Otherwise verifies it with
+  /// `helper.verifyAPIKey`; on success records the key and its app information under `package`
+  /// and answers true.
   bool isAPIKey(std::optional<std::string_view> key, std::optional<std::string_view> package,
                 const AIAPIKeyHelper& helper);
   /// Logs "APIKey name for the App is: <key> and the package name is: <package>" ("(null)" for
@@ -60,6 +62,8 @@ class AIAppIdentifier {
   mutable std::mutex mutex_;
   std::map<std::string, std::string, std::less<>> nameToAPIKeyMap_;
   std::map<std::string, AIAppInfo, std::less<>> nameToAppInfoMap_;
+  // The public key each recorded key was verified under, by package.
+  std::map<std::string, std::string, std::less<>> nameToVerifyingKeyMap_;
 };
 
 }  // namespace applogic::signin

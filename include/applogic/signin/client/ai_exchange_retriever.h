@@ -57,7 +57,8 @@ class AIExchangeRetriever : public std::enable_shared_from_this<AIExchangeRetrie
   /// `request` (`AIExchangeRequest::makeUrlRequest`) and sends it. When nothing can be sent
   /// (the request cannot be built, or the platform has no HTTP client: code 7 "Network error
   /// encountered."), the error is in `context`, which is taken off the list again and not
-  /// answered here: the caller answers it.
+  /// answered here: the caller answers it. A `context` with a delegate whose error is already set
+  /// joins nothing and sends nothing: its caller answers it from that error, exactly once.
   void doExchangeWithRequest(const AIExchangeRequest& request, std::shared_ptr<AICallContext> context, bool isPost);
 
   /// Whether an exchange is running (new calls join it).
