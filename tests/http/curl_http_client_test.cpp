@@ -257,7 +257,9 @@ TEST_F(CurlHttpClientTest, MethodsAndBodiesReachTheServerAsGivenAndEveryByteCome
   const Row rows[] = {
       {{.url = http.url("/echo"), .method = "PUT", .body = "v=1"}, {"response", "data", "finish"},
        "PUT|application/x-www-form-urlencoded||v=1"},
-      {{.url = http.url("/echo"), .method = "DELETE"}, {"response", "data", "finish"}, "DELETE|||"},
+      // The first and last letters and digits of a token's alphabet, in a header name.
+      {{.url = http.url("/echo"), .method = "DELETE", .headers = {{"X-azAZ09", "1"}}}, {"response", "data", "finish"},
+       "DELETE|||"},
       {{.url = http.url("/echo"), .method = "DELETE", .body = "q"}, {"response", "data", "finish"},
        "DELETE|application/x-www-form-urlencoded||q"},
       {{.url = http.url("/hello"), .method = "HEAD"}, {"response", "finish"}, ""},
@@ -428,6 +430,9 @@ TEST_F(CurlHttpClientTest, DestroyingTheConnectionOrTheClientStopsTheTransferWit
     auto connection = client->start({.url = http.url("/hold")}, recordInto(outcome, *loop, /*quitOnData=*/true));
     ASSERT_TRUE(test::runUntilQuit(*loop));
     ASSERT_EQ(outcome.events, (std::vector<std::string>{"response", "data"}));
+    // More pieces are then waiting in the loop, and must not be delivered either.
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    const std::string bodyBefore = outcome.body;
 
     if (destroyClient) {
       client.reset();
@@ -437,6 +442,7 @@ TEST_F(CurlHttpClientTest, DestroyingTheConnectionOrTheClientStopsTheTransferWit
     EXPECT_TRUE(holding.waitUntilClientGone());
     loop->runUntilIdle();
     EXPECT_EQ(outcome.events, (std::vector<std::string>{"response", "data"}));
+    EXPECT_EQ(outcome.body, bodyBefore);
     connection.reset();  // outlives its client harmlessly
   }
 }
