@@ -6,7 +6,6 @@
 #include <limits>
 #include <optional>
 #include <string>
-#include <unordered_set>
 #include <vector>
 
 #include "applogic/records/track.h"
@@ -15,7 +14,7 @@
 namespace applogic::controllers_test {
 namespace {
 
-TEST(ErrorCode, OnlyRawValueOneIsACodeAndItHashesToItsCaseIndex) {
+TEST(ErrorCode, OnlyRawValueOneIsACode) {
   struct Row {
     std::int64_t raw;
     std::optional<ErrorCode> expected;
@@ -29,10 +28,6 @@ TEST(ErrorCode, OnlyRawValueOneIsACodeAndItHashesToItsCaseIndex) {
       {std::numeric_limits<std::int64_t>::min() + 1, std::nullopt},
   };
   for (const Row& row : rows) EXPECT_EQ(errorCodeFromRaw(row.raw), row.expected) << "raw " << row.raw;
-
-  const std::unordered_set<ErrorCode> codes{ErrorCode::unparsable, ErrorCode::unparsable};
-  EXPECT_EQ(codes.size(), 1u);
-  EXPECT_EQ(std::hash<ErrorCode>{}(ErrorCode::unparsable), 0u);
 }
 
 // Neither form carries user information; the generic one as an observable emits no element.

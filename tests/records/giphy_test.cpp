@@ -24,13 +24,11 @@ std::vector<std::string> keys(const Giphy& giphy) {
   return names;
 }
 
-TEST(GiphyRating, RawStringsAreExactAndDeclaredInTheLibrarysOrder) {
+TEST(GiphyRating, RawStringsAreExact) {
   const std::pair<GiphyRating, std::string_view> cases[] = {
       {GiphyRating::y, "y"},         {GiphyRating::g, "g"}, {GiphyRating::pg, "pg"},
       {GiphyRating::pg13, "pg-13"}, {GiphyRating::r, "r"}};
-  for (std::size_t index = 0; index < std::size(cases); ++index) {
-    const auto [rating, raw] = cases[index];
-    EXPECT_EQ(static_cast<std::size_t>(rating), index) << raw;
+  for (const auto& [rating, raw] : cases) {
     EXPECT_EQ(rawValue(rating), raw);
     EXPECT_EQ(giphyRatingFromRaw(raw), rating);
   }

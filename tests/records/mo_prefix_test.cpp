@@ -70,14 +70,6 @@ TEST(FixId, EveryKindAndTheBoundaries) {
   for (const auto& [id, fixed] : rows) EXPECT_EQ(MOPrefix::fixId(id), fixed) << '"' << id << '"';
 }
 
-TEST(FixId, DoesNotCopyAnIdThatIsMovedIn) {
-  std::string id = "tra.123456789012345678901234567890";
-  const char* storage = id.data();
-  const std::string fixed = MOPrefix::fixId(std::move(id));
-  EXPECT_EQ(fixed, "Tra.123456789012345678901234567890");
-  EXPECT_EQ(fixed.data(), storage);
-}
-
 // Only the predicate of the id's kind holds ("" for none).
 TEST(IdKind, OnlyTheMatchingPredicateHolds) {
   const std::pair<std::string_view, std::string_view> rows[] = {
@@ -132,16 +124,6 @@ TEST(FixPayloadId, RewritesOnlyAStringUnderTheKey) {
     EXPECT_EQ(MOPrefix::fixPayloadId(parse(row.payload).get_object(), row.key), parse(row.expected).get_object())
         << row.payload;
   }
-}
-
-TEST(FixPayloadIdTest, KeepsAMovedInPayloadWithoutCopying) {
-  JsonObject payload = parse(R"({"id":"tra.1234567890123456789012345","n":1})").get_object();
-  const char* storage = payload["id"].get_string().data();
-  const JsonObject fixed = MOPrefix::fixPayloadId(std::move(payload), "id");
-  const auto* id = fixed.if_contains("id");
-  ASSERT_TRUE(id != nullptr && id->is_string());
-  EXPECT_EQ(id->get_string(), "Tra.1234567890123456789012345");
-  EXPECT_EQ(id->get_string().data(), storage);
 }
 
 TEST(FixOptionalPayloadId, IsAbsentWhenThePayloadOrTheKeyIsAbsent) {

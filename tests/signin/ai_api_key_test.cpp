@@ -248,14 +248,5 @@ TEST_F(AIAppIdentifierTest, ThreadsShareOneInstanceAndItsMaps) {
   EXPECT_EQ(AIAppIdentifier::appIdentifier()->getAPIKeyForPackage(kPackage), key);
 }
 
-TEST_F(AIAppIdentifierTest, TheProcessHasOneInstanceUntilReset) {
-  const auto first = AIAppIdentifier::appIdentifier();
-  EXPECT_EQ(first, AIAppIdentifier::appIdentifier());
-  ASSERT_TRUE(first->isAPIKey(mint(kVersion3), kPackage, helper_));
-  AIAppIdentifier::resetSharedInstance();
-  EXPECT_NE(first, AIAppIdentifier::appIdentifier());
-  EXPECT_FALSE(AIAppIdentifier::appIdentifier()->getAppInfoForPackage(kPackage));
-}
-
 }  // namespace
 }  // namespace applogic::signin

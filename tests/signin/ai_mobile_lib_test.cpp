@@ -439,11 +439,8 @@ TEST_F(MobileLibTest, BrowserThatCannotOpenFailsTheCallOnce) {
   EXPECT_TRUE(lib().proxy()->openIdRequestStates().empty());
 }
 
-TEST_F(MobileLibTest, SharedCoordinatorIsMadeOnceAndResetForTests) {
-  const auto proxy = lib().proxy();
-  EXPECT_EQ(AIMobileLib(f_.platform, ClientConfiguration{}).proxy(), proxy);
-  AIAuthPortalProxy::resetSharedInstance();
-  EXPECT_NE(lib().proxy(), proxy);
+TEST_F(MobileLibTest, TheCoordinatorIsMadeOnceForTheProcess) {
+  EXPECT_EQ(AIMobileLib(f_.platform, ClientConfiguration{}).proxy(), lib().proxy());
 }
 
 }  // namespace
