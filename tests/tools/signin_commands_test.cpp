@@ -9,15 +9,15 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
-#include <thread>
-
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <memory>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -140,7 +140,60 @@ TEST_F(SignInCommandsTest, SignsInInTheBrowserThenServesTokenAndProfileAndSignsO
   const Outcome after = run("token");
   EXPECT_EQ(after.status, 1);
   EXPECT_EQ(after.out, "");
-  EXPECT_EQ(after.err, "tunevo token: AIError code 1: The refresh token is invalid, expired or revoked.\n");
+  EXPECT_EQ(after.err,
+            "tunevo token: AIError code 1: The refresh token is invalid, expired or revoked. (not signed in: run "
+            "`tunevo login`)\n");
+}
+
+TEST_F(SignInCommandsTest, ATimeoutDuringARefreshStillStoresTheRotatedToken) {
+  ASSERT_EQ(run("login", "--browser '" + (dir_ / "browser").string() + "'").status, 0);
+  // The server spends the refresh token and answers after the command's timeout. The second
+  // delay holds the next refresh until the first has been answered, so that a command which left
+  // without storing the rotated token presents the spent one, and the grant is revoked.
+  server_->injectDelay(applogic::emulator::Endpoint::token, std::chrono::milliseconds(1500));
+  server_->injectDelay(applogic::emulator::Endpoint::token, std::chrono::milliseconds(2500));
+  const Outcome late = run("token", "--force-refresh --timeout 1");
+  EXPECT_EQ(late.status, 75);
+  EXPECT_EQ(late.err,
+            "tunevo token: no answer within 1 s; waiting for the token exchange already sent to end, so that a token "
+            "the server rotated is kept\n");
+  const Outcome next = run("token", "--force-refresh");
+  EXPECT_EQ(next.status, 0) << next.err;
+  EXPECT_EQ(tokenRequests("refresh_token"), 2u);
+}
+
+// Each file argument is read, and the CA file parsed, before anything is sent or opened; a file
+// that cannot be used ends the command with one line naming it and why.
+TEST_F(SignInCommandsTest, AnUnusableFileArgumentEndsTheCommandBeforeAnythingStarts) {
+  writeFile(dir_ / "junk.pem", "-----BEGIN CERTIFICATE-----\nnot base64\n-----END CERTIFICATE-----\n");
+  const std::string dir = dir_.string();
+  const std::string manifest = " --manifest '" + (dir_ / "app-manifest.json").string() + "'";
+  const std::string key = " --public-key '" + (dir_ / "issuer.pub").string() + "'";
+  const std::string store = " --store '" + (dir_ / "store.sqlite3").string() + "'";
+  const fs::path defaultManifest = fs::weakly_canonical(fs::path(TUNEVO_EXECUTABLE)).parent_path() / "app-manifest.json";
+  ASSERT_FALSE(fs::exists(defaultManifest));
+  const struct {
+    std::string arguments;
+    std::string line;
+  } rows[] = {
+      {"token --ca-file '" + dir + "'" + manifest + key, "tunevo token: cannot read the CA file " + dir + ": is a directory"},
+      {"profile --manifest '" + dir + "'" + key, "tunevo profile: cannot read the app manifest " + dir + ": is a directory"},
+      {"logout --public-key '" + dir + "'" + manifest, "tunevo logout: cannot read the public key " + dir + ": is a directory"},
+      {"apikey mint --private-key '" + dir + "' --bundle-id b --client-id c", "tunevo apikey: cannot read '" + dir + "'"},
+      {"login" + key + store + " --browser '" + (dir_ / "browser").string() + "'",
+       "tunevo login: cannot read the app manifest " + defaultManifest.string() +
+           ": no such file or directory (the default; give one with --manifest)"},
+      {"login --ca-file '" + (dir_ / "junk.pem").string() + "'" + manifest + key + store + " --browser '" +
+           (dir_ / "browser").string() + "'",
+       "tunevo login: the CA file " + (dir_ / "junk.pem").string() + " holds no PEM certificate"},
+  };
+  for (const auto& row : rows) {
+    const Outcome outcome = runTunevo(row.arguments);
+    EXPECT_EQ(outcome.status, 66) << row.arguments;
+    EXPECT_EQ(outcome.err.rfind(row.line, 0), 0u) << outcome.err;
+    EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;
+  }
+  EXPECT_TRUE(server_->requests().empty());
 }
 
 TEST_F(SignInCommandsTest, ALoginEndsWithTheErrorWhenTheUserCancelsOrTheKeyIsNotValid) {
@@ -148,13 +201,15 @@ TEST_F(SignInCommandsTest, ALoginEndsWithTheErrorWhenTheUserCancelsOrTheKeyIsNot
   EXPECT_EQ(cancelled.status, 1);
   EXPECT_NE(cancelled.err.find("tunevo login: AmazonLogin code 4: The user cancelled the sign-in.\n"), std::string::npos)
       << cancelled.err;
+  EXPECT_EQ(cancelled.err.find("redirect"), std::string::npos) << cancelled.err;
 
   // Without the issuer's public key no API key is valid.
   const Outcome unverified = runTunevo("login --manifest '" + (dir_ / "app-manifest.json").string() +
                                        "' --store '" + (dir_ / "store.sqlite3").string() + "'");
   EXPECT_EQ(unverified.status, 1);
-  EXPECT_EQ(unverified.err.rfind("tunevo login: AmazonLogin code 6: APIKey for the Application is invalid.\n", 0), 0u)
-      << unverified.err;
+  EXPECT_EQ(unverified.err,
+            "tunevo login: AmazonLogin code 6: APIKey for the Application is invalid. (the API key and bundle "
+            "identifier come from the app manifest, --manifest; the key's signature is checked with --public-key)\n");
 }
 
 TEST_F(SignInCommandsTest, ALoginWithoutAnswerEndsAtItsTimeoutOrAtCtrlC) {

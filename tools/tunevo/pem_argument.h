@@ -1,20 +1,27 @@
 #pragma once
 
-#include <fstream>
-#include <iterator>
+#include <cerrno>
 #include <optional>
 #include <string>
+#include <string_view>
+
+#include "tunevo/file_argument.h"
 
 namespace tunevo {
 
 /// A PEM key given on the command line: the argument itself when it is PEM text (it starts with
-/// "-----BEGIN"), otherwise the contents of the file it names. Absent, with errno telling why,
-/// when that file cannot be read.
+/// "-----BEGIN"), otherwise the contents of the file it names, read by `readFileArgument` (`what`
+/// names the key in the problem).
+inline FileArgument readPemArgument(const std::string& argument, std::string_view what) {
+  if (argument.starts_with("-----BEGIN")) return FileArgument{argument, {}, 0};
+  return readFileArgument(argument, what);
+}
+
+/// The same, absent with errno telling why when the file cannot be read.
 inline std::optional<std::string> readPemArgument(const std::string& argument) {
-  if (argument.starts_with("-----BEGIN")) return argument;
-  std::ifstream file(argument, std::ios::binary);
-  if (!file) return std::nullopt;
-  return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+  FileArgument read = readPemArgument(argument, "key");
+  if (!read.text) errno = read.error;
+  return std::move(read.text);
 }
 
 }  // namespace tunevo

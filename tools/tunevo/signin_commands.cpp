@@ -8,16 +8,22 @@
 #include <charconv>
 #include <condition_variable>
 #include <cstring>
-#include <fstream>
 #include <iostream>
-#include <iterator>
 #include <mutex>
 #include <thread>
 #include <utility>
 
+#include <openssl/err.h>
+#include <openssl/pem.h>
+#include <openssl/x509.h>
+
+#include "applogic/platform/app_manifest_bundle_info.h"
 #include "applogic/signin/amazon_login_service.h"
+#include "applogic/signin/client/ai_auth_portal_proxy.h"
 #include "applogic/signin/client/ai_call_context.h"
+#include "applogic/signin/client/ai_token.h"
 #include "tunevo/exit_codes.h"
+#include "tunevo/file_argument.h"
 #include "tunevo/pem_argument.h"
 #include "tunevo/redirect_socket.h"
 
@@ -84,10 +90,73 @@ std::optional<std::chrono::seconds> parseSeconds(std::string_view text) {
   return std::chrono::seconds(value);
 }
 
-std::optional<std::string> readFile(const fs::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  if (!file) return std::nullopt;
-  return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+// Whether `text` holds at least one PEM certificate, as the HTTP client will read the CA file.
+bool holdsCertificate(const std::string& text) {
+  const std::unique_ptr<BIO, decltype(&BIO_free)> bio(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())),
+                                                      &BIO_free);
+  X509* certificate = bio ? PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr) : nullptr;
+  ERR_clear_error();
+  X509_free(certificate);
+  return certificate != nullptr;
+}
+
+// A command that gives up waiting must not give up an exchange whose answer may rotate the
+// refresh token: the server has spent the old one, and presenting it again revokes the grant.
+bool isTokenExchange(const platform::HttpRequest& request) {
+  if (request.method != "POST" || !request.body) return false;
+  std::string_view form = *request.body;
+  while (!form.empty()) {
+    const std::size_t end = std::min(form.find('&'), form.size());
+    const std::string_view pair = form.substr(0, end);
+    if (pair == "grant_type=authorization_code" || pair == "grant_type=refresh_token") return true;
+    form.remove_prefix(std::min(end + 1, form.size()));
+  }
+  return false;
+}
+
+// Counts the token exchanges on the wire: a request counts until the client lets its connection
+// go, which the sign-in client does as the answer arrives, in the same task that stores it.
+class ExchangeCountingClient final : public platform::HttpClient {
+ public:
+  ExchangeCountingClient(std::shared_ptr<platform::HttpClient> inner, std::shared_ptr<int> onTheWire)
+      : inner_(std::move(inner)), onTheWire_(std::move(onTheWire)) {}
+  std::unique_ptr<platform::HttpConnection> start(platform::HttpRequest request,
+                                                  platform::HttpHandlers handlers) override {
+    const bool counted = isTokenExchange(request);
+    auto connection = inner_->start(std::move(request), std::move(handlers));
+    if (!counted) return connection;
+    return std::make_unique<CountedConnection>(std::move(connection), onTheWire_);
+  }
+  platform::HttpCookieStore& cookies() override { return inner_->cookies(); }
+
+ private:
+  class CountedConnection final : public platform::HttpConnection {
+   public:
+    CountedConnection(std::unique_ptr<platform::HttpConnection> inner, std::shared_ptr<int> onTheWire)
+        : inner_(std::move(inner)), onTheWire_(std::move(onTheWire)) {
+      ++*onTheWire_;
+    }
+    ~CountedConnection() override {
+      inner_.reset();
+      --*onTheWire_;
+    }
+    CountedConnection(const CountedConnection&) = delete;
+    CountedConnection& operator=(const CountedConnection&) = delete;
+
+   private:
+    std::unique_ptr<platform::HttpConnection> inner_;
+    std::shared_ptr<int> onTheWire_;
+  };
+
+  std::shared_ptr<platform::HttpClient> inner_;
+  std::shared_ptr<int> onTheWire_;
+};
+
+platform::LinuxPlatform countingExchanges(platform::LinuxPlatform host, const std::shared_ptr<int>& onTheWire) {
+  if (host.platform.httpClient) {
+    host.platform.httpClient = std::make_shared<ExchangeCountingClient>(host.platform.httpClient, onTheWire);
+  }
+  return host;
 }
 
 // ---- waiting without waiting forever ----
@@ -201,6 +270,9 @@ struct SignInSession::Wait {
   bool finished = false;
   // Set when the wait gave up: an answer that arrives later changes nothing and quits nothing.
   bool abandoned = false;
+  // Timed out, but a token exchange is still on the wire: the loop runs on until it ends.
+  bool draining = false;
+  std::chrono::steady_clock::time_point drainingUntil{};
   Stop stop = Stop::none;
   std::shared_ptr<platform::RunLoop> loop;
 
@@ -208,12 +280,15 @@ struct SignInSession::Wait {
   void finish() {
     if (finished || abandoned) return;
     finished = true;
-    loop->quit();
+    if (!draining) loop->quit();
   }
+  bool settled() const { return stop != Stop::none || (finished && !draining); }
 };
 
 SignInSession::SignInSession(platform::LinuxPlatform host, ClientConfiguration configuration)
-    : host_(std::move(host)), lib_(host_.platform, std::move(configuration)) {}
+    : exchangesOnTheWire_(std::make_shared<int>(0)),
+      host_(countingExchanges(std::move(host), exchangesOnTheWire_)),
+      lib_(host_.platform, std::move(configuration)) {}
 
 SignInSession::~SignInSession() {
   // The coordinator is process-wide and would outlive main(), holding the HTTP client's worker
@@ -221,22 +296,47 @@ SignInSession::~SignInSession() {
   AIAuthPortalProxy::resetSharedInstance();
 }
 
-bool SignInSession::handleOpenURL(const std::string& url) const { return lib_.handleOpenURL(url, kSourceApplication); }
+bool SignInSession::handleOpenURL(const std::string& url) const {
+  // The client answers false for a redirect that ends the sign-in with an error (a cancel) as
+  // for one that is not its own; only the latter leaves this sign-in's state in place.
+  const auto& states = lib_.proxy()->openIdRequestStates();
+  const std::size_t waiting = states.size();
+  const bool continued = lib_.handleOpenURL(url, kSourceApplication);
+  return continued || states.size() < waiting;
+}
+
+bool SignInSession::holdsRefreshToken() const {
+  AIError error;
+  return lib_.proxy()->services()->tokenManager().getTokenFromStorage(kTokenTypeRefreshToken, error) != nullptr;
+}
 
 SignInSession::Stop SignInSession::runUntil(const std::shared_ptr<Wait>& wait, std::chrono::seconds timeout) {
   const StopSignals signals;
   std::mutex mutex;
   std::condition_variable wake;
   bool done = false;
-  const auto post = [&](Stop why) {
-    host_.runLoop->post([wait, why] {
-      if (wait->finished || wait->abandoned) return;
+  // The request's idle limit ends a silent exchange; this bounds one that trickles.
+  const auto drainingLimit = platform::HttpRequest{}.timeout * 2;
+  const auto post = [&, onTheWire = exchangesOnTheWire_, notice = exchangeNotice_](Stop why) {
+    host_.runLoop->post([wait, why, onTheWire, notice, drainingLimit]() mutable {
+      if (wait->abandoned || wait->settled()) return;
+      if (why == Stop::timedOut) {
+        const auto now = std::chrono::steady_clock::now();
+        if (!wait->draining && *onTheWire > 0) {
+          wait->draining = true;
+          wait->drainingUntil = now + drainingLimit;
+          if (notice) notice();
+        }
+        if (wait->draining && *onTheWire > 0 && now < wait->drainingUntil) return;
+        if (wait->draining) why = Stop::timedOutAfterExchange;
+      }
       wait->stop = why;
       wait->loop->quit();
     });
   };
   // Watches the clock and the stop flag; its verdict goes through the loop, so that it is
-  // weighed against an answer in the order they reached the main thread.
+  // weighed against an answer in the order they reached the main thread. Past the deadline it
+  // keeps asking, for as long as a token exchange holds the wait open.
   std::thread watcher([&] {
     const auto deadline = std::chrono::steady_clock::now() + timeout;
     std::unique_lock lock(mutex);
@@ -245,10 +345,7 @@ SignInSession::Stop SignInSession::runUntil(const std::shared_ptr<Wait>& wait, s
         post(Stop::interrupted);
         return;
       }
-      if (std::chrono::steady_clock::now() >= deadline) {
-        post(Stop::timedOut);
-        return;
-      }
+      if (std::chrono::steady_clock::now() >= deadline) post(Stop::timedOut);
       wake.wait_for(lock, std::chrono::milliseconds(100));
     }
   });
@@ -256,7 +353,7 @@ SignInSession::Stop SignInSession::runUntil(const std::shared_ptr<Wait>& wait, s
   // uses that request up, so that it cannot end the next wait early.
   do {
     host_.runLoop->run();
-  } while (!wait->finished && wait->stop == Stop::none);
+  } while (!wait->settled());
   {
     const std::lock_guard lock(mutex);
     done = true;
@@ -416,19 +513,30 @@ std::variant<Command, int> prepare(int argc, char** argv) {
 // The session the options describe; an exit status when an input cannot be read.
 std::variant<std::unique_ptr<SignInSession>, int> openSession(const Command& command) {
   const SignInCommandOptions& options = command.options;
-  const auto unreadable = [&](std::string_view what, const fs::path& path) {
-    std::cerr << "tunevo " << command.name << ": cannot read the " << what << " " << path.string() << ": "
-              << std::strerror(errno) << "\n";
+  // Every file is checked here, before anything is sent or the browser opens: a sign-in the user
+  // completes in the browser must not fail afterwards on a file given with it.
+  const auto unusable = [&](std::string_view problem) {
+    std::cerr << "tunevo " << command.name << ": " << problem << "\n";
     return kExitNoInput;
   };
   ClientConfiguration configuration;
   if (options.publicKey) {
-    auto text = readPemArgument(*options.publicKey);
-    if (!text) return unreadable("public key", *options.publicKey);
-    configuration.apiKeyPublicKey = std::move(*text);
+    FileArgument key = readPemArgument(*options.publicKey, "public key");
+    if (!key.text) return unusable(key.problem);
+    configuration.apiKeyPublicKey = std::move(*key.text);
   }
-  if (options.manifest && !readFile(*options.manifest)) return unreadable("manifest", *options.manifest);
-  if (options.caFile && !readFile(*options.caFile)) return unreadable("CA file", *options.caFile);
+  // Without a manifest no API key is valid, and the client would say only that.
+  const fs::path manifest = options.manifest.value_or(platform::defaultAppManifestPath());
+  if (const FileArgument read = readFileArgument(manifest, "app manifest"); !read.text) {
+    return unusable(options.manifest ? read.problem : read.problem + " (the default; give one with --manifest)");
+  }
+  if (options.caFile) {
+    const FileArgument ca = readFileArgument(*options.caFile, "CA file");
+    if (!ca.text) return unusable(ca.problem);
+    if (!holdsCertificate(*ca.text)) {
+      return unusable("the CA file " + options.caFile->string() + " holds no PEM certificate");
+    }
+  }
   if (options.profileEndpoint) {
     configuration.profileEndpointUrl = configuration.sandboxProfileEndpointUrl =
         configuration.integrationProfileEndpointUrl = configuration.integrationSandboxProfileEndpointUrl =
@@ -444,27 +552,43 @@ std::variant<std::unique_ptr<SignInSession>, int> openSession(const Command& com
     host.platform.signInPresenter = std::make_shared<AnnouncingPresenter>(
         host.platform.signInPresenter, options.browser.value_or("xdg-open").string(), command.timeout);
   }
-  return std::make_unique<SignInSession>(std::move(host), std::move(configuration));
+  auto session = std::make_unique<SignInSession>(std::move(host), std::move(configuration));
+  session->setExchangeOutlivesTimeoutNotice([&command] {
+    std::cerr << "tunevo " << command.name << ": no answer within " << command.timeout.count()
+              << " s; waiting for the token exchange already sent to end, so that a token the server "
+                 "rotated is kept"
+              << std::endl;
+  });
+  return session;
 }
 
 // Prints why an operation gave no answer, or the error it answered with; the exit status.
+// One line per failure.
 template <class T>
-int reportFailure(const Command& command, const std::variant<T, SignInFailure, SignInSession::Stop>& outcome) {
+int reportFailure(const Command& command, const SignInSession& session,
+                  const std::variant<T, SignInFailure, SignInSession::Stop>& outcome) {
   if (const auto* stop = std::get_if<SignInSession::Stop>(&outcome)) {
-    if (*stop == SignInSession::Stop::interrupted) {
-      std::cerr << "tunevo " << command.name << ": cancelled\n";
-      return kExitInterrupted;
+    switch (*stop) {
+      case SignInSession::Stop::interrupted:
+        std::cerr << "tunevo " << command.name << ": cancelled\n";
+        return kExitInterrupted;
+      case SignInSession::Stop::timedOutAfterExchange:
+        return kExitTimedOut;  // said when the wait went on for the exchange
+      default:
+        std::cerr << "tunevo " << command.name << ": no answer within " << command.timeout.count() << " s\n";
+        return kExitTimedOut;
     }
-    std::cerr << "tunevo " << command.name << ": no answer within " << command.timeout.count() << " s\n";
-    return kExitTimedOut;
   }
   const auto& failure = std::get<SignInFailure>(outcome);
   std::cerr << "tunevo " << command.name << ": " << failure.domain << " code " << failure.code << ": "
-            << failure.message << "\n";
+            << failure.message;
   if (failure.code == kAIInvalidInput && failure.message == kAIMessageInvalidAPIKey) {
-    std::cerr << "(the API key and bundle identifier come from the app manifest, --manifest; the key's signature "
-                 "is checked with --public-key)\n";
+    std::cerr << " (the API key and bundle identifier come from the app manifest, --manifest; the key's "
+                 "signature is checked with --public-key)";
+  } else if ((command.name == "token" || command.name == "profile") && !session.holdsRefreshToken()) {
+    std::cerr << " (not signed in: run `tunevo login`)";
   }
+  std::cerr << "\n";
   return kExitSignInError;
 }
 
@@ -490,7 +614,7 @@ int runLogin(int argc, char** argv) {
           *socket, session.runLoop(),
           [&session](const std::string& url) {
             if (!session.handleOpenURL(url)) {
-              std::cerr << "tunevo login: the redirect handed in carries no code for this sign-in"
+              std::cerr << "tunevo login: the redirect handed in is not this sign-in's answer; still waiting"
                         << std::endl;
             }
           },
@@ -505,7 +629,7 @@ int runLogin(int argc, char** argv) {
       printSignedInUser(std::cout, *user);
       return kExitOk;
     }
-    return reportFailure(command, outcome);
+    return reportFailure(command, session, outcome);
   });
 }
 
@@ -516,7 +640,7 @@ int runToken(int argc, char** argv) {
       std::cout << *token << "\n";
       return kExitOk;
     }
-    return reportFailure(command, outcome);
+    return reportFailure(command, session, outcome);
   });
 }
 
@@ -527,7 +651,7 @@ int runProfile(int argc, char** argv) {
       std::cout << boost::json::serialize(*profile) << "\n";
       return kExitOk;
     }
-    return reportFailure(command, outcome);
+    return reportFailure(command, session, outcome);
   });
 }
 
@@ -538,7 +662,7 @@ int runLogout(int argc, char** argv) {
       std::cout << "signed out\n";
       return kExitOk;
     }
-    return reportFailure(command, outcome);
+    return reportFailure(command, session, outcome);
   });
 }
 

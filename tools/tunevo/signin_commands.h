@@ -68,8 +68,11 @@ struct SignedInUser {
 /// Thread contract: make it, call it and destroy it on the thread that made `host`'s run loop.
 class SignInSession {
  public:
-  /// How a wait ended when the operation did not answer.
-  enum class Stop { none, timedOut, interrupted };
+  /// How a wait ended when the operation did not answer. `timedOutAfterExchange`: the timeout
+  /// came while a token exchange (code or refresh grant) was on the wire, and the wait went on
+  /// until that exchange ended (at most twice an HTTP request's idle limit), so that a token the
+  /// server rotated is stored; the operation's own answer is not reported.
+  enum class Stop { none, timedOut, timedOutAfterExchange, interrupted };
 
   /// `host` with its platform complete; `configuration` for the client. Only one session per
   /// process talks to the client's process-wide coordinator: the first one made.
@@ -91,8 +94,15 @@ class SignInSession {
   std::variant<std::monostate, SignInFailure, Stop> logout(std::chrono::seconds timeout);
 
   /// Hands a redirect of the app's URL scheme to the client (`handleOpenURL`); true when it was
-  /// this sign-in's answer.
+  /// this sign-in's answer (a code, or an error such as a cancel, that ends it).
   bool handleOpenURL(const std::string& url) const;
+
+  /// Called on this thread when a wait's timeout comes while a token exchange is on the wire,
+  /// before the wait goes on for that exchange.
+  void setExchangeOutlivesTimeoutNotice(std::function<void()> notice) { exchangeNotice_ = std::move(notice); }
+
+  /// Whether the store holds a refresh token (false too when it cannot be read).
+  bool holdsRefreshToken() const;
 
   const std::shared_ptr<applogic::platform::RunLoop>& runLoop() const { return host_.runLoop; }
 
@@ -101,8 +111,11 @@ class SignInSession {
   struct Wait;
   Stop runUntil(const std::shared_ptr<Wait>& wait, std::chrono::seconds timeout);
 
+  // How many token exchanges are on the wire; before `host_`, whose HTTP client counts them.
+  std::shared_ptr<int> exchangesOnTheWire_;
   applogic::platform::LinuxPlatform host_;
   applogic::signin::AIMobileLib lib_;
+  std::function<void()> exchangeNotice_;
 };
 
 /// Prints what `login` prints: "email: ", "user id: " and "access token: " (masked) lines.
@@ -110,9 +123,12 @@ void printSignedInUser(std::ostream& out, const SignedInUser& user);
 
 /// `tunevo login|token|profile|logout [OPTIONS]`; argv[0] is the command's name. Exit statuses:
 /// 0 done; 1 the sign-in client answered with an error (its domain, code and message on standard
-/// error); 64 usage; 66 the manifest or the public key cannot be read; 69 nobody can hand the
-/// redirect in (`login`: XDG_RUNTIME_DIR unset, or another tunevo is waiting); 75 no answer
-/// within the timeout; 130 interrupted (Ctrl-C).
+/// error); 64 usage; 66 a file argument (the manifest, given or the default one, the public key,
+/// the CA file) cannot be read, or the CA file holds no PEM certificate: checked before anything
+/// is sent or opened; 69 nobody can hand the redirect in (`login`: XDG_RUNTIME_DIR unset, or
+/// another tunevo is waiting); 75 no answer within the timeout (a token exchange already on the
+/// wire is let end first, so that a rotated token is kept); 130 interrupted (Ctrl-C). Every
+/// failure is one line on standard error.
 int runLogin(int argc, char** argv);
 int runToken(int argc, char** argv);
 int runProfile(int argc, char** argv);
