@@ -214,6 +214,11 @@ class SignInServerTest : public ::testing::Test {
                const std::string& action = "signin") {
     const Reply shown = signInPage(page);
     EXPECT_EQ(shown.status, 200) << shown.body;
+    return submitForm(shown, email, password, action);
+  }
+  // Submits the form of a page shown.
+  Reply submitForm(const Reply& shown, const std::string& email, const std::string& password,
+                   const std::string& action = "signin") {
     const std::string marker = "name=\"signin_request\" value=\"";
     const std::size_t start = shown.body.find(marker);
     if (start == std::string::npos) return {};
@@ -361,7 +366,7 @@ TEST_F(SignInServerTest, SignInPageRefusesRequestsItCannotServe) {
   EXPECT_EQ(signInPage(with(good, "appIdentifier", "eyJidW5kbGVJRCI6ImFwcC50dW5ldm8udGVzdCJ9%3D%3D")).status, 200);
 }
 
-TEST_F(SignInServerTest, SignInFormRefusesWrongCredentialsAndCancellation) {
+TEST_F(SignInServerTest, SignInFormShowsWrongCredentialsAgainAndRedirectsACancel) {
   struct Row {
     const char* name;
     std::string email;
@@ -377,10 +382,21 @@ TEST_F(SignInServerTest, SignInFormRefusesWrongCredentialsAndCancellation) {
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
     const Reply answer = submit(signInParams(), row.email, row.password, row.action);
-    EXPECT_EQ(answer.status, 302);
-    EXPECT_EQ(answer.error, "access_denied");
-    EXPECT_EQ(queryOf(answer.location)["state"], kState);
-    EXPECT_FALSE(queryOf(answer.location).contains("code"));
+    if (row.action == "cancel") {
+      EXPECT_EQ(answer.status, 302);
+      EXPECT_EQ(answer.error, "access_denied");
+      EXPECT_EQ(queryOf(answer.location)["state"], kState);
+      EXPECT_FALSE(queryOf(answer.location).contains("code"));
+      continue;
+    }
+    // A typo is the user's to correct on the page: the form again, for the same sign-in.
+    EXPECT_EQ(answer.status, 200);
+    EXPECT_EQ(answer.location, "");
+    EXPECT_THAT(answer.body, HasSubstr("<p role=\"alert\">The e-mail address or password is incorrect.</p>"));
+    const Reply corrected = submitForm(answer, "listener@tunevo.test", "tunevo-password");
+    EXPECT_EQ(corrected.status, 302);
+    EXPECT_EQ(queryOf(corrected.location)["state"], kState);
+    EXPECT_TRUE(queryOf(corrected.location).contains("code"));
   }
   // A form whose sign-in is unknown (or already answered) gets a page, not a redirect.
   const Reply stale = post("/ap/oa", "signin_request=sr.unknown&email=listener%40tunevo.test&password=tunevo-password");

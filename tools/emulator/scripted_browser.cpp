@@ -318,6 +318,13 @@ Outcome play(const std::string& url, const ScriptedBrowserOptions& options) {
   auto answer = navigator.request(target, postBody, at, left, problem);
   if (!left.empty()) return {Outcome::Kind::redirect, left};
   if (!answer) return {Outcome::Kind::failure, problem};
+  // A refused password shows the form again with its error; typing the same again would not help.
+  constexpr std::string_view kAlert = "role=\"alert\">";
+  if (const std::size_t alert = answer->body.find(kAlert); answer->status == 200 && alert != std::string::npos) {
+    const std::size_t start = alert + kAlert.size();
+    return {Outcome::Kind::failure,
+            "the sign-in page says: " + answer->body.substr(start, answer->body.find('<', start) - start)};
+  }
   return {Outcome::Kind::failure,
           "the sign-in form answered " + std::to_string(answer->status) + " instead of a redirect to the app"};
 }

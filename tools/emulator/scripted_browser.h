@@ -20,7 +20,8 @@ enum class ScriptedUser {
 
 struct ScriptedBrowserOptions {
   /// The account typed into the form; the defaults are the local sign-in server's test account.
-  /// A wrong password makes the server redirect with error=access_denied.
+  /// A wrong password makes the server show the form again with its error, which goes to the
+  /// failure handler ("the sign-in page says: ...").
   std::string email = "listener@tunevo.test";
   std::string password = "tunevo-password";
   ScriptedUser user = ScriptedUser::signIn;

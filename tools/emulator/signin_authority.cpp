@@ -22,6 +22,7 @@ constexpr std::string_view kDeviceParameters[] = {"di.hw.name", "di.os.name", "d
                                                   "appIdentifier"};
 
 constexpr std::string_view kInsufficientScopeDescription = "Insufficient scope: scope required profile.";
+constexpr std::string_view kWrongCredentials = "The e-mail address or password is incorrect.";
 
 std::vector<std::string> splitScopes(std::string_view text) {
   std::vector<std::string> scopes;
@@ -269,17 +270,21 @@ Answer SignInAuthority::submitSignIn(const Pairs& form, TimePoint now) {
     return htmlPage(400, "Sign-in expired",
                     "<h1>This sign-in page has expired</h1>\n<p>Start the sign-in again from the app.</p>\n");
   }
-  SignInRequest request = std::move(found->second);
-  signIns_.erase(found);
-
   if (find(form, "action") == std::optional<std::string_view>("cancel")) {
-    return redirectWithError(request.target, "access_denied", "The user cancelled the sign-in.");
+    const RedirectTarget target = found->second.target;
+    signIns_.erase(found);
+    return redirectWithError(target, "access_denied", "The user cancelled the sign-in.");
   }
   const std::optional<std::string_view> email = find(form, "email");
   const std::optional<std::string_view> password = find(form, "password");
   if (!email || !password || !equalsIgnoringAsciiCase(*email, options_.email) || *password != options_.password) {
-    return redirectWithError(request.target, "access_denied", "The e-mail address or password is incorrect.");
+    // As a real sign-in page does: the user may type again; the app hears nothing of a typo.
+    return htmlPage(200, "Sign in",
+                    signInForm(found->first, found->second.scopes,
+                               "<p role=\"alert\">" + htmlEscape(kWrongCredentials) + "</p>\n"));
   }
+  SignInRequest request = std::move(found->second);
+  signIns_.erase(found);
 
   const std::uint64_t grant = nextGrant_++;
   grants_[grant] = Grant{request.clientId, request.scopes, false};
