@@ -141,7 +141,9 @@ TEST(AppManifestBundleInfoTest, ReadsTheBundleKeysOfTheManifest) {
     EXPECT_FALSE(broken->bundleIdentifier()) << text;
     EXPECT_TRUE(broken->urlSchemes().empty());
   }
+  // A missing manifest and a directory in its place read as an empty bundle; nothing throws.
   EXPECT_FALSE(platform::makeAppManifestBundleInfo(dir / "missing.json")->bundleIdentifier());
+  EXPECT_FALSE(platform::makeAppManifestBundleInfo(dir)->bundleIdentifier());
   EXPECT_EQ(platform::defaultAppManifestPath().filename(), "app-manifest.json");
 }
 

@@ -1,10 +1,9 @@
 #include "applogic/platform/app_manifest_bundle_info.h"
 
 #include <boost/json.hpp>
-#include <fstream>
-#include <iterator>
 #include <mutex>
 
+#include "applogic/platform/posix_file.h"
 #include "applogic/support/json.h"
 
 namespace applogic::platform {
@@ -40,11 +39,10 @@ class AppManifestBundleInfo final : public BundleInfo {
  private:
   const JsonObject& manifest() const {
     std::call_once(loaded_, [this] {
-      std::ifstream file(path_, std::ios::binary);
-      if (!file) return;
-      const std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+      const auto text = readWholeFile(path_).bytes;
+      if (!text) return;
       boost::system::error_code error;
-      Json parsed = boost::json::parse(text, error);
+      Json parsed = boost::json::parse(*text, error);
       if (error) return;
       if (JsonObject* object = parsed.if_object()) manifest_ = std::move(*object);
     });

@@ -3,11 +3,10 @@
 #include <sys/utsname.h>
 
 #include <array>
-#include <fstream>
-#include <iterator>
 #include <optional>
 #include <string_view>
 
+#include "applogic/platform/posix_file.h"
 #include "applogic/support/strings.h"
 
 namespace applogic::platform {
@@ -18,9 +17,9 @@ constexpr std::array<std::string_view, 6> kPlaceholderModels = {
     "to be filled by o.e.m.", "default string", "system product name", "not specified", "none", "not applicable"};
 
 std::optional<std::string> readModel(const std::filesystem::path& file) {
-  std::ifstream in(file, std::ios::binary);
-  if (!in) return std::nullopt;
-  std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  auto contents = readWholeFile(file).bytes;
+  if (!contents) return std::nullopt;
+  std::string text = std::move(*contents);
   // The device tree's strings end with a NUL; DMI's with a newline.
   constexpr std::string_view kBlanks = " \t\r\n\v\f";
   const auto nul = text.find('\0');
