@@ -7,6 +7,15 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 APPLOGIC_BUILD_DIR=${APPLOGIC_BUILD_DIR:-build}
 APPLOGIC_JOBS=${APPLOGIC_JOBS:-$(nproc)}
 
+# ccache, when the machine has it, serves objects built before, also those of another clone or
+# build directory (paths are taken relative to the repository).
+if command -v ccache >/dev/null 2>&1; then
+  export CCACHE_BASEDIR=${CCACHE_BASEDIR:-$PWD}
+  APPLOGIC_LAUNCHER=(-DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+else
+  APPLOGIC_LAUNCHER=()
+fi
+
 # configure DIR [CMAKE ARGS...]: configures a new build directory with Ninja, or reconfigures an
 # existing one with the generator it already has.
 applogic_configure() {
@@ -14,7 +23,7 @@ applogic_configure() {
   shift
   local generator=()
   [[ -f $dir/CMakeCache.txt ]] || generator=(-G Ninja)
-  cmake -S . -B "$dir" "${generator[@]}" "$@"
+  cmake -S . -B "$dir" "${generator[@]}" "${APPLOGIC_LAUNCHER[@]}" "$@"
 }
 
 # applogic_build DIR [TARGETS...]: builds everything, or the given targets.
