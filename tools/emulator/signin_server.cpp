@@ -143,6 +143,27 @@ class SignInServer::Impl {
     server_.Patch(".*", handler);
     server_.Delete(".*", handler);
     server_.Options(".*", handler);
+    // A POST without a body carries neither Content-Length nor Transfer-Encoding (what
+    // `curl -X POST` sends), and cpp-httplib would wait for a body up to the end of the
+    // connection before refusing it. Control requests need no body, so they are answered
+    // before routing reads one.
+    server_.set_pre_routing_handler([this](const httplib::Request& request, httplib::Response& response) {
+      if (request.path.rfind(kControlPrefix, 0) != 0 || request.has_header("Content-Length") ||
+          request.has_header("Transfer-Encoding")) {
+        return httplib::Server::HandlerResponse::Unhandled;
+      }
+      handle(request, response);
+      return httplib::Server::HandlerResponse::Handled;
+    });
+    // Errors cpp-httplib answers itself (a malformed request, a body too large) say so in text.
+    server_.set_error_handler(
+        httplib::Server::HandlerWithResponse([](const httplib::Request&, httplib::Response& response) {
+          if (!response.body.empty()) return httplib::Server::HandlerResponse::Unhandled;
+          response.set_content(
+              "HTTP " + std::to_string(response.status) + ": the server could not read this request\n",
+              "text/plain; charset=utf-8");
+          return httplib::Server::HandlerResponse::Handled;
+        }));
   }
 
   ~Impl() {
@@ -327,9 +348,16 @@ class SignInServer::Impl {
     Pairs params = query;
     params.insert(params.end(), form.begin(), form.end());
     const std::string_view action = std::string_view(request.path).substr(kControlPrefix.size());
-    const auto bad = [](std::string_view description) {
-      return detail::oauthJsonError(400, "invalid_request", description);
+    // Control answers are read by people with curl as much as by tests: errors are one line of
+    // text.
+    const auto refused = [](int status, std::string_view description) {
+      Answer answer;
+      answer.status = status;
+      answer.contentType = "text/plain; charset=utf-8";
+      answer.body = std::string(description) + "\n";
+      return answer;
     };
+    const auto bad = [&](std::string_view description) { return refused(400, description); };
     const auto endpointParam = [&]() -> std::optional<Endpoint> {
       const auto name = find(params, "endpoint");
       for (const EndpointName& row : kEndpoints) {
@@ -382,7 +410,7 @@ class SignInServer::Impl {
       if (!seconds) return bad("Give seconds=N.");
       setAccessTokenLifetime(std::chrono::seconds(*seconds));
     } else {
-      return detail::oauthJsonError(404, "invalid_request", "Unknown control.");
+      return refused(404, "Unknown control: reset, server-error, delay, fault, access-token-lifetime or requests.");
     }
     return emptyAnswer(204);
   }
