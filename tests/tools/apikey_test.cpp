@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <memory>
 #include <fstream>
 #include <string>
 
@@ -12,6 +14,7 @@
 namespace tunevo::test {
 namespace {
 
+using applogic::signin::test::bioText;
 using applogic::signin::test::issuerKeys;
 using applogic::signin::test::otherKeys;
 
@@ -25,6 +28,10 @@ class ApiKeyCommandTest : public ::testing::Test {
     std::ofstream(privatePath()) << issuerKeys().privatePem;
     std::ofstream(publicPath()) << issuerKeys().publicPem;
     std::ofstream(otherPublicPath()) << otherKeys().publicPem;
+    const std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> ec(EVP_EC_gen("P-256"), &EVP_PKEY_free);
+    const std::unique_ptr<BIO, decltype(&BIO_free)> pem(BIO_new(BIO_s_mem()), &BIO_free);
+    ASSERT_EQ(PEM_write_bio_PUBKEY(pem.get(), ec.get()), 1);
+    std::ofstream(ecPublicPath()) << bioText(pem.get());
   }
   void TearDown() override {
     std::error_code ignored;
@@ -33,6 +40,7 @@ class ApiKeyCommandTest : public ::testing::Test {
   std::string privatePath() const { return (dir_ / "issuer.key").string(); }
   std::string publicPath() const { return (dir_ / "issuer.pub").string(); }
   std::string otherPublicPath() const { return (dir_ / "other.pub").string(); }
+  std::string ecPublicPath() const { return (dir_ / "ec.pub").string(); }
 
   std::string mint(const std::string& extra) {
     const Outcome minted = runTunevo("apikey mint --private-key '" + privatePath() +
@@ -89,6 +97,32 @@ TEST_F(ApiKeyCommandTest, InvalidKeysSayWhy) {
     const Outcome run = inspect(row.key, row.publicKey, row.bundle);
     EXPECT_EQ(run.status, 65) << row.reason;
     EXPECT_EQ(run.err, std::string("tunevo apikey: not valid: ") + row.reason + "\n");
+  }
+  // A public key of another kind is named as such, not taken for a bad signature.
+  const Outcome ec = inspect(key, ecPublicPath());
+  EXPECT_EQ(ec.status, 65);
+  EXPECT_EQ(ec.err, "tunevo apikey: the public key is EC, not RSA: API keys are signed with RSA keys\n");
+}
+
+TEST_F(ApiKeyCommandTest, MintWarnsAboutAddressesTheClientIgnores) {
+  const struct {
+    std::string options;
+    std::string warning;
+  } rows[] = {
+      {"--authz https://127.0.0.1:8443/ap/oa --token-exchange https://127.0.0.1:8443/auth/o2/token", ""},
+      {"--authz http://127.0.0.1:8443/ap/oa",
+       "tunevo apikey: warning: --authz 'http://127.0.0.1:8443/ap/oa' does not begin with https: the sign-in "
+       "client ignores it and uses the production address\n"},
+      {"--token-exchange 127.0.0.1/token",
+       "tunevo apikey: warning: --token-exchange '127.0.0.1/token' does not begin with https: the sign-in "
+       "client ignores it and uses the production address\n"},
+  };
+  for (const auto& row : rows) {
+    const Outcome minted = runTunevo("apikey mint --private-key '" + privatePath() +
+                                     "' --bundle-id com.tunevo.app --client-id c " + row.options);
+    EXPECT_EQ(minted.status, 0) << row.options;
+    EXPECT_EQ(minted.err, row.warning);
+    EXPECT_EQ(std::count(minted.out.begin(), minted.out.end(), '.'), 2) << minted.out;
   }
 }
 

@@ -184,9 +184,30 @@ TEST(TunevoProgram, DispatchesCommandsRejectsUnknownOnesAndParsesStandardInputAn
   EXPECT_EQ(unknown.err.rfind("tunevo: unknown command 'frobnicate'\nusage: tunevo COMMAND", 0), 0u)
       << unknown.err;
 
+  // The overview's summaries start in one column, after each command's synopsis.
   const Outcome help = runTunevo("--help");
   EXPECT_EQ(help.status, 0);
-  EXPECT_NE(help.out.find("parse KIND [FILE]"), std::string::npos);
+  std::istringstream lines(help.out);
+  std::size_t column = 0;
+  for (std::string line; std::getline(lines, line);) {
+    if (!line.starts_with("  ")) continue;
+    const std::size_t gap = line.find("  ", 2);
+    const std::size_t summary = line.find_first_not_of(' ', gap);
+    EXPECT_GE(gap, 2u) << line;
+    if (column == 0) column = summary;
+    EXPECT_EQ(summary, column) << line;
+  }
+  EXPECT_NE(help.out.find("\n  parse KIND [FILE]  "), std::string::npos) << help.out;
+  EXPECT_NE(help.out.find("\n  demo  "), std::string::npos) << help.out;
+
+  // Every command and sub-command describes itself on --help.
+  for (const char* command : {"parse", "demo", "play", "apikey", "apikey mint", "apikey inspect", "emulator",
+                              "emulator signin", "url-handler", "url-handler install", "url-handler remove",
+                              "handle-url", "login", "token", "profile", "logout"}) {
+    const Outcome described = runTunevo(std::string(command) + " --help");
+    EXPECT_EQ(described.status, 0) << command << ": " << described.err;
+    EXPECT_EQ(described.out.rfind("usage: tunevo ", 0), 0u) << command << ": " << described.out;
+  }
 
   const Outcome badKind = runTunevo("parse songs");
   EXPECT_EQ(badKind.status, 64);

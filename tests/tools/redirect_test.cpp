@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <optional>
 #include <string>
@@ -128,9 +129,32 @@ TEST(UrlHandler, InstallsAndRemovesTheDesktopEntryForTheAppSchemeAndRefusesBundl
             "NoDisplay=true\n"
             "MimeType=x-scheme-handler/amzn-app.tunevo.desktop;\n");
 
-  const Outcome remove = runTunevo("url-handler remove --bundle-id app.tunevo.Desktop");
-  EXPECT_EQ(remove.status, 0) << remove.err;
-  EXPECT_FALSE(fs::exists(entry));
+  // Remove undoes the entry and the default that xdg-mime wrote (here written by hand, with
+  // other handlers that stay), and a second remove says there was nothing left.
+  const fs::path mimeApps = config.dir() / "mimeapps.list";
+  std::ofstream(mimeApps) << "[Default Applications]\n"
+                             "x-scheme-handler/amzn-app.tunevo.desktop=tunevo-amzn-app.tunevo.Desktop.desktop;\n"
+                             "x-scheme-handler/https=firefox.desktop\n"
+                             "[Added Associations]\n"
+                             "x-scheme-handler/amzn-app.tunevo.desktop=other.desktop;tunevo-amzn-app.tunevo.Desktop.desktop;\n";
+  const struct {
+    std::string out;
+  } removals[] = {
+      {"removed " + entry.string() + "\nremoved the default handler of x-scheme-handler/amzn-app.tunevo.desktop from " +
+       mimeApps.string() + "\n"},
+      {"nothing to remove: no " + entry.string() + " and no default handler of x-scheme-handler/amzn-app.tunevo.desktop\n"},
+  };
+  for (const auto& removal : removals) {
+    const Outcome remove = runTunevo("url-handler remove --bundle-id app.tunevo.Desktop");
+    EXPECT_EQ(remove.status, 0) << remove.err;
+    EXPECT_EQ(remove.out, removal.out);
+    EXPECT_FALSE(fs::exists(entry));
+    EXPECT_EQ(readAll(mimeApps),
+              "[Default Applications]\n"
+              "x-scheme-handler/https=firefox.desktop\n"
+              "[Added Associations]\n"
+              "x-scheme-handler/amzn-app.tunevo.desktop=other.desktop;\n");
+  }
 
   // The program's path is quoted in the entry; a bundle id that makes no scheme is refused.
   const std::string quoted = urlHandlerDesktopEntry("amzn-a", "/opt/my \"app\"/$HOME\\tunevo");
@@ -140,8 +164,26 @@ TEST(UrlHandler, InstallsAndRemovesTheDesktopEntryForTheAppSchemeAndRefusesBundl
   for (const char* bad : {"", "app tunevo", "app;rm", "app/x", "äpp"}) {
     EXPECT_EQ(appUrlScheme(bad), std::nullopt) << bad;
   }
-  const Outcome refused = runTunevo("url-handler install --bundle-id 'a b'");
-  EXPECT_EQ(refused.status, 65);
+  // The bundle identifier's source is named when it gives none.
+  const fs::path noId = data.dir() / "no-id.json";
+  std::ofstream(noId) << R"({"APIKey": "k"})";
+  const struct {
+    std::string arguments;
+    int status;
+    std::string err;
+  } refusals[] = {
+      {"--bundle-id 'a b'", 65, "tunevo url-handler: 'amzn-a b' is not a valid URL scheme\n"},
+      {"--manifest /nonexistent/app-manifest.json", 66,
+       "tunevo url-handler: cannot read the app manifest /nonexistent/app-manifest.json: No such file or directory "
+       "(give --manifest FILE or --bundle-id ID)\n"},
+      {"--manifest '" + noId.string() + "'", 65,
+       "tunevo url-handler: the app manifest " + noId.string() + " holds no CFBundleIdentifier\n"},
+  };
+  for (const auto& refusal : refusals) {
+    const Outcome refused = runTunevo("url-handler install " + refusal.arguments);
+    EXPECT_EQ(refused.status, refusal.status) << refusal.arguments;
+    EXPECT_EQ(refused.err, refusal.err);
+  }
 }
 
 }  // namespace

@@ -36,24 +36,38 @@ constexpr const char* kUsage =
     "and the token endpoint (--token-exchange); version 2 carries it as \"appId\". --scopes\n"
     "defaults to \"profile\"; unset ids are left out.\n"
     "\n"
+    "The client takes --authz and --token-exchange only when they begin with \"https\", and\n"
+    "otherwise uses the production addresses: mint warns about any other address.\n"
+    "\n"
     "inspect prints the key's payload and the app information it gives for BUNDLE-ID, or why it\n"
     "is not valid (too few parts, bad signature, bad Base64, not JSON, unknown version, other\n"
-    "package), exiting 65.\n"
+    "package), exiting 65; a public key that is not RSA is refused the same way.\n"
     "\n"
     "PEM is a file holding the key, or the PEM text itself.\n";
+
+int printHelp(std::ostream& out) {
+  out << kUsage;
+  return kExitOk;
+}
 
 int usage(std::ostream& err, const std::string& problem) {
   err << "tunevo apikey: " << problem << "\n" << kUsage;
   return kExitUsage;
 }
 
+bool isHelp(std::string_view arg) { return arg == "--help" || arg == "-h"; }
+
 // Reads `--name value` pairs and the positional arguments; false on an unknown or unfinished
-// option.
+// option. `--help` in an option's place sets `help`.
 bool readOptions(const std::vector<std::string>& args, std::size_t first, const std::vector<std::string>& names,
                  std::map<std::string, std::string>& options, std::vector<std::string>& positional,
-                 std::string& problem) {
+                 std::string& problem, bool& help) {
   for (std::size_t i = first; i < args.size(); ++i) {
     const std::string& arg = args[i];
+    if (isHelp(arg)) {
+      help = true;
+      return true;
+    }
     if (!arg.starts_with("--")) {
       positional.push_back(arg);
       continue;
@@ -81,6 +95,18 @@ PemText readPem(const std::string& argument, std::ostream& err) {
   if (auto text = readPemArgument(argument)) return {std::move(text), kExitOk};
   err << "tunevo apikey: cannot read '" << argument << "': " << std::strerror(errno) << "\n";
   return {std::nullopt, kExitNoInput};
+}
+
+// The type of a PEM public key that is not RSA ("EC"); absent for an RSA key and for text
+// OpenSSL cannot read as a public key, which the sign-in client then refuses itself.
+std::optional<std::string> publicKeyTypeOtherThanRsa(const std::string& pem) {
+  std::unique_ptr<BIO, decltype(&BIO_free)> bio(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())), &BIO_free);
+  std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> key(
+      bio ? PEM_read_bio_PUBKEY(bio.get(), nullptr, nullptr, nullptr) : nullptr, &EVP_PKEY_free);
+  ERR_clear_error();
+  if (!key || EVP_PKEY_is_a(key.get(), "RSA")) return std::nullopt;
+  const char* name = EVP_PKEY_get0_type_name(key.get());
+  return std::string(name != nullptr ? name : "another kind");
 }
 
 std::string base64Of(std::string_view text) {
@@ -118,12 +144,14 @@ int mint(const std::vector<std::string>& args, std::ostream& out, std::ostream& 
   std::map<std::string, std::string> options;
   std::vector<std::string> positional;
   std::string problem;
+  bool help = false;
   if (!readOptions(args, 1,
                    {"private-key", "bundle-id", "client-id", "ver", "app-id", "app-variant-id", "scopes", "authz",
                     "token-exchange"},
-                   options, positional, problem)) {
+                   options, positional, problem, help)) {
     return usage(err, problem);
   }
+  if (help) return printHelp(out);
   if (!positional.empty()) return usage(err, "unexpected argument '" + positional.front() + "'");
   for (const char* required : {"private-key", "bundle-id", "client-id"}) {
     if (!options.contains(required)) return usage(err, std::string("--") + required + " is required");
@@ -155,6 +183,12 @@ int mint(const std::vector<std::string>& args, std::ostream& out, std::ostream& 
   payload["perm"] = boost::json::array();
   payload["clientId"] = options["client-id"];
   if (options.contains("app-variant-id")) payload["appVariantId"] = options["app-variant-id"];
+  for (const char* name : {"authz", "token-exchange"}) {
+    if (options.contains(name) && !options[name].starts_with("https")) {
+      err << "tunevo apikey: warning: --" << name << " '" << options[name]
+          << "' does not begin with https: the sign-in client ignores it and uses the production address\n";
+    }
+  }
   if (options.contains("authz") || options.contains("token-exchange")) {
     boost::json::object endpoints;
     if (options.contains("authz")) endpoints["authz"] = options["authz"];
@@ -200,13 +234,21 @@ int inspect(const std::vector<std::string>& args, std::ostream& out, std::ostrea
   std::map<std::string, std::string> options;
   std::vector<std::string> positional;
   std::string problem;
-  if (!readOptions(args, 1, {"public-key", "bundle-id"}, options, positional, problem)) return usage(err, problem);
+  bool help = false;
+  if (!readOptions(args, 1, {"public-key", "bundle-id"}, options, positional, problem, help)) {
+    return usage(err, problem);
+  }
+  if (help) return printHelp(out);
   if (positional.size() != 1) return usage(err, "inspect takes one KEY");
   for (const char* required : {"public-key", "bundle-id"}) {
     if (!options.contains(required)) return usage(err, std::string("--") + required + " is required");
   }
   const PemText pem = readPem(options["public-key"], err);
   if (!pem.text) return pem.status;
+  if (const auto type = publicKeyTypeOtherThanRsa(*pem.text)) {
+    err << "tunevo apikey: the public key is " << *type << ", not RSA: API keys are signed with RSA keys\n";
+    return kExitDataError;
+  }
 
   ClientConfiguration configuration;
   configuration.apiKeyPublicKey = *pem.text;
@@ -238,10 +280,7 @@ int inspect(const std::vector<std::string>& args, std::ostream& out, std::ostrea
 
 int runApiKey(const std::vector<std::string>& args, std::ostream& out, std::ostream& err) {
   if (args.empty()) return usage(err, "mint or inspect?");
-  if (args[0] == "--help" || args[0] == "-h") {
-    out << kUsage;
-    return kExitOk;
-  }
+  if (isHelp(args[0])) return printHelp(out);
   if (args[0] == "mint") return mint(args, out, err);
   if (args[0] == "inspect") return inspect(args, out, err);
   return usage(err, "unknown subcommand '" + args[0] + "'");

@@ -10,6 +10,7 @@ inline constexpr int kExitUsage = 64;    // EX_USAGE
 inline constexpr int kExitDataError = 65;  // EX_DATAERR
 inline constexpr int kExitNoInput = 66;  // EX_NOINPUT
 inline constexpr int kExitUnavailable = 69;  // EX_UNAVAILABLE
+inline constexpr int kExitSoftware = 70;     // EX_SOFTWARE: a fault of tunevo itself
 inline constexpr int kExitCantCreate = 73;   // EX_CANTCREAT
 inline constexpr int kExitTimedOut = 75;     // EX_TEMPFAIL: no answer in time
 inline constexpr int kExitInterrupted = 130;  // ended by Ctrl-C, as shells report SIGINT

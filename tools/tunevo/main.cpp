@@ -1,5 +1,7 @@
 // tunevo: the command-line host of the applogic library.
 
+#include <algorithm>
+#include <exception>
 #include <iostream>
 #include <string>
 #include <string_view>
@@ -31,7 +33,7 @@ struct Command {
 
 constexpr Command kCommands[] = {
     {"parse", "KIND [FILE]", "print the records a service answer holds", &parseCommand},
-    {"demo", "[ARGS...]", "a guided tour of the library, offline", &tunevo::runDemo},
+    {"demo", "", "a guided tour of the library, offline", &tunevo::runDemo},
     {"play", "URL|FILE", "play a track preview; Enter pauses, Ctrl-C stops", &tunevo::runPlay},
     {"apikey", "mint|inspect", "issue an API key, or check one as the sign-in client does", &tunevo::runApiKeyCommand},
     {"emulator", "signin [OPTIONS]", "run the local sign-in server until Ctrl-C", &tunevo::runEmulator},
@@ -44,18 +46,21 @@ constexpr Command kCommands[] = {
 };
 
 void printUsage(std::ostream& out) {
+  const auto synopsis = [](const Command& command) {
+    return command.arguments.empty() ? std::string(command.name)
+                                     : std::string(command.name) + " " + std::string(command.arguments);
+  };
+  std::size_t width = 0;
+  for (const Command& command : kCommands) width = std::max(width, synopsis(command).size());
   out << "usage: tunevo COMMAND [ARGS...]\n\ncommands:\n";
   for (const Command& command : kCommands) {
-    const std::string synopsis = std::string(command.name) + " " + std::string(command.arguments);
-    out << "  " << synopsis << std::string(synopsis.size() < 20 ? 20 - synopsis.size() : 1, ' ')
-        << command.summary << "\n";
+    const std::string text = synopsis(command);
+    out << "  " << text << std::string(width + 2 - text.size(), ' ') << command.summary << "\n";
   }
   out << "\n\"tunevo COMMAND --help\" describes a command.\n";
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int run(int argc, char** argv) {
   if (argc < 2) {
     printUsage(std::cerr);
     return tunevo::kExitUsage;
@@ -71,4 +76,19 @@ int main(int argc, char** argv) {
   std::cerr << "tunevo: unknown command '" << name << "'\n";
   printUsage(std::cerr);
   return tunevo::kExitUsage;
+}
+
+}  // namespace
+
+// Commands answer their failures themselves; an exception that still escapes one is a fault of
+// tunevo, reported on one line instead of a terminate() and a core dump.
+int main(int argc, char** argv) {
+  try {
+    return run(argc, argv);
+  } catch (const std::exception& error) {
+    std::cerr << "tunevo: internal error: " << error.what() << "\n";
+  } catch (...) {
+    std::cerr << "tunevo: internal error: an unknown exception\n";
+  }
+  return tunevo::kExitSoftware;
 }

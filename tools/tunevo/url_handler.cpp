@@ -7,8 +7,11 @@
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
+#include <cstring>
 #include <memory>
+#include <sstream>
 #include <system_error>
+#include <vector>
 
 #include "applogic/platform/app_manifest_bundle_info.h"
 #include "tunevo/exit_codes.h"
@@ -26,7 +29,8 @@ constexpr const char* kUsage =
     "install  writes the desktop entry that opens the app's URL scheme amzn-<bundle id> with\n"
     "         \"tunevo handle-url %u\" into $XDG_DATA_HOME/applications and, when xdg-mime is\n"
     "         installed, makes it the scheme's default handler\n"
-    "remove   deletes that desktop entry\n"
+    "remove   deletes that desktop entry and its default-handler line from\n"
+    "         $XDG_CONFIG_HOME/mimeapps.list, and says when there was nothing to remove\n"
     "  --manifest FILE   the app manifest holding CFBundleIdentifier (default: app-manifest.json\n"
     "                    beside the tunevo executable)\n"
     "  --bundle-id ID    the bundle identifier itself\n";
@@ -87,6 +91,103 @@ void registerDefaultHandler(const std::string& fileName, const std::string& sche
   }
 }
 
+std::optional<fs::path> mimeAppsListPath() {
+  if (const char* config = std::getenv("XDG_CONFIG_HOME"); config != nullptr && config[0] == '/') {
+    return fs::path(config) / "mimeapps.list";
+  }
+  if (const char* home = std::getenv("HOME"); home != nullptr && home[0] == '/') {
+    return fs::path(home) / ".config" / "mimeapps.list";
+  }
+  return std::nullopt;
+}
+
+enum class MimeAppsEdit { unchanged, changed, failed };
+
+// Takes `fileName` out of every `mime=` line of mimeapps.list (the line goes when nothing is
+// left on it), which undoes `xdg-mime default` and leaves other handlers alone. The file is
+// rewritten through a renamed temporary, as the install writes the entry.
+MimeAppsEdit removeFromMimeAppsList(const fs::path& list, const std::string& mime, const std::string& fileName,
+                                    std::string& problem) {
+  std::ifstream in(list, std::ios::binary);
+  if (!in) return MimeAppsEdit::unchanged;
+  std::ostringstream kept;
+  bool changed = false;
+  for (std::string line; std::getline(in, line);) {
+    if (!line.starts_with(mime + "=")) {
+      kept << line << "\n";
+      continue;
+    }
+    std::string handlers;
+    std::istringstream values(line.substr(mime.size() + 1));
+    for (std::string handler; std::getline(values, handler, ';');) {
+      if (handler == fileName) {
+        changed = true;
+      } else if (!handler.empty()) {
+        handlers += handler + ";";
+      }
+    }
+    if (!handlers.empty()) kept << mime << "=" << handlers << "\n";
+  }
+  if (!changed) return MimeAppsEdit::unchanged;
+  const fs::path temporary = list.parent_path() / ("." + list.filename().string() + ".tunevo.tmp");
+  std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
+  out << kept.str();
+  out.close();
+  std::error_code error;
+  if (!out) {
+    problem = "cannot write " + temporary.string();
+  } else {
+    fs::rename(temporary, list, error);
+    if (!error) return MimeAppsEdit::changed;
+    problem = "cannot write " + list.string() + ": " + error.message();
+  }
+  fs::remove(temporary, error);
+  return MimeAppsEdit::failed;
+}
+
+int removeHandler(const fs::path& entry, const std::string& fileName, const std::string& scheme) {
+  std::error_code error;
+  const bool removedEntry = fs::remove(entry, error);
+  if (error) {
+    std::cerr << "tunevo url-handler: cannot remove " << entry.string() << ": " << error.message() << "\n";
+    return kExitCantCreate;
+  }
+  if (removedEntry) std::cout << "removed " << entry.string() << "\n";
+  const std::string mime = "x-scheme-handler/" + lowered(scheme);
+  bool removedDefault = false;
+  if (const auto list = mimeAppsListPath()) {
+    std::string problem;
+    const MimeAppsEdit edit = removeFromMimeAppsList(*list, mime, fileName, problem);
+    if (edit == MimeAppsEdit::failed) {
+      std::cerr << "tunevo url-handler: " << problem << "\n";
+      return kExitCantCreate;
+    }
+    removedDefault = edit == MimeAppsEdit::changed;
+    if (removedDefault) std::cout << "removed the default handler of " << mime << " from " << list->string() << "\n";
+  }
+  if (!removedEntry && !removedDefault) {
+    std::cout << "nothing to remove: no " << entry.string() << " and no default handler of " << mime << "\n";
+  }
+  return kExitOk;
+}
+
+// The bundle identifier of the manifest at `path`; absent after saying why on standard error,
+// with the exit status in `status`.
+std::optional<std::string> manifestBundleId(const fs::path& path, int& status) {
+  if (std::ifstream probe(path, std::ios::binary); !probe) {
+    std::cerr << "tunevo url-handler: cannot read the app manifest " << path.string() << ": "
+              << std::strerror(errno) << " (give --manifest FILE or --bundle-id ID)\n";
+    status = kExitNoInput;
+    return std::nullopt;
+  }
+  auto bundleId = applogic::platform::makeAppManifestBundleInfo(path)->bundleIdentifier();
+  if (!bundleId) {
+    std::cerr << "tunevo url-handler: the app manifest " << path.string() << " holds no CFBundleIdentifier\n";
+    status = kExitDataError;
+  }
+  return bundleId;
+}
+
 }  // namespace
 
 std::optional<std::string> appUrlScheme(std::string_view bundleId) {
@@ -122,9 +223,11 @@ std::optional<fs::path> desktopApplicationsDirectory() {
 }
 
 int runUrlHandler(int argc, char** argv) {
-  if (argc >= 2 && (std::string_view(argv[1]) == "--help" || std::string_view(argv[1]) == "-h")) {
-    std::cout << kUsage;
-    return kExitOk;
+  for (int i = 1; i < argc; ++i) {
+    if (std::string_view(argv[i]) == "--help" || std::string_view(argv[i]) == "-h") {
+      std::cout << kUsage;
+      return kExitOk;
+    }
   }
   if (argc < 2 || (std::string_view(argv[1]) != "install" && std::string_view(argv[1]) != "remove")) {
     std::cerr << kUsage;
@@ -144,12 +247,9 @@ int runUrlHandler(int argc, char** argv) {
     }
   }
   if (!bundleId) {
-    const auto path = manifest.value_or(applogic::platform::defaultAppManifestPath());
-    bundleId = applogic::platform::makeAppManifestBundleInfo(path)->bundleIdentifier();
-    if (!bundleId) {
-      std::cerr << "tunevo url-handler: " << path.string() << " holds no CFBundleIdentifier\n";
-      return kExitDataError;
-    }
+    int status = kExitOk;
+    bundleId = manifestBundleId(manifest.value_or(applogic::platform::defaultAppManifestPath()), status);
+    if (!bundleId) return status;
   }
   const auto scheme = appUrlScheme(*bundleId);
   if (!scheme) {
@@ -163,15 +263,8 @@ int runUrlHandler(int argc, char** argv) {
   }
   const std::string fileName = urlHandlerDesktopFileName(*scheme);
   const fs::path entry = *directory / fileName;
+  if (!install) return removeHandler(entry, fileName, *scheme);
   std::error_code error;
-  if (!install) {
-    if (!fs::remove(entry, error) && error) {
-      std::cerr << "tunevo url-handler: cannot remove " << entry.string() << ": " << error.message() << "\n";
-      return kExitCantCreate;
-    }
-    std::cout << "removed " << entry.string() << "\n";
-    return kExitOk;
-  }
   const fs::path self = fs::read_symlink("/proc/self/exe", error);
   if (error) {
     std::cerr << "tunevo url-handler: cannot find the tunevo executable: " << error.message() << "\n";

@@ -28,8 +28,11 @@ std::optional<std::filesystem::path> desktopApplicationsDirectory();
 
 /// `tunevo url-handler install|remove [--manifest FILE | --bundle-id ID]`. `install` writes the
 /// desktop entry into `desktopApplicationsDirectory()` and makes it the scheme's default handler
-/// with `xdg-mime default` when xdg-mime is installed; `remove` deletes the entry. Exit 0 done,
-/// 64 usage, 65 no usable bundle identifier, 73 the entry cannot be written or removed.
+/// with `xdg-mime default` when xdg-mime is installed; `remove` deletes the entry and takes it
+/// out of the `mimeapps.list` of `$XDG_CONFIG_HOME` (`~/.config`), saying when neither was
+/// there. Exit 0 done (nothing to remove included), 64 usage, 65 the manifest holds no usable
+/// bundle identifier, 66 the manifest cannot be read, 73 the entry or the list cannot be
+/// written or removed. `--help` anywhere prints the usage.
 /// argv[0] is "url-handler".
 int runUrlHandler(int argc, char** argv);
 
