@@ -33,6 +33,9 @@ PACKAGES=(
   libbenchmark-dev nlohmann-json3-dev libsimdjson-dev
   # The end-to-end sign-in test's browser: headless Chromium (driven from Node.js, below)
   chromium
+  # The README's examples, which a test runs as they are written (openssl makes keys, curl is the
+  # quick start's browser); ccache lets a second build directory reuse the first one's objects
+  curl openssl ccache
 )
 
 is_installed() {
