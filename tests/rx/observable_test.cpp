@@ -57,22 +57,27 @@ TEST(Create, IgnoresEverythingAfterATerminalEvent) {
 }
 
 TEST(CreateResource, IsReleasedExactlyOnceAfterEveryKindOfEnding) {
-  enum class Ending { completed, failed, disposed, abandoned };
-  for (const Ending ending : {Ending::completed, Ending::failed, Ending::disposed, Ending::abandoned}) {
+  // `endedEarly`: the function completes before it returns the resource, which then arrives
+  // after the ending and is released on arrival.
+  enum class Ending { completed, failed, disposed, abandoned, endedEarly };
+  for (const Ending ending :
+       {Ending::completed, Ending::failed, Ending::disposed, Ending::abandoned, Ending::endedEarly}) {
     SCOPED_TRACE(static_cast<int>(ending));
     int releases = 0;
     std::optional<AnyObserver<int>> held;
     const auto source = create<int>([&](AnyObserver<int> observer) {
       if (ending != Ending::abandoned) held = observer;
+      if (ending == Ending::endedEarly) observer.onCompleted();
       return Disposable::create([&releases] { ++releases; });
     });
     Disposable subscription = source.subscribe();
-    EXPECT_EQ(releases, ending == Ending::abandoned ? 1 : 0);
+    EXPECT_EQ(releases, ending == Ending::abandoned || ending == Ending::endedEarly ? 1 : 0);
     switch (ending) {
       case Ending::completed: held->onCompleted(); break;
       case Ending::failed: held->onError(testError()); break;
       case Ending::disposed: subscription.dispose(); break;
-      case Ending::abandoned: break;
+      case Ending::abandoned:
+      case Ending::endedEarly: break;
     }
     EXPECT_EQ(releases, 1);
     subscription.dispose();
@@ -167,6 +172,20 @@ TEST(Disposables, BagDisposesOnDestructionAndCompositeDisposesLateAdditions) {
   composite->add(Disposable::create([&] { ++released; }));
   EXPECT_EQ(released, 3);
   EXPECT_TRUE(Disposable().isDisposed());
+}
+
+// The slot that holds a stage's upstream or a resource: what it holds is disposed once, on
+// `close()`; what arrives after `close()` is disposed on arrival.
+TEST(Disposables, SlotDisposesItsHandleOnCloseAndAHandleArrivingAfterClose) {
+  int released = 0;
+  detail::DisposableSlot slot;
+  slot.set(Disposable::create([&] { ++released; }));
+  EXPECT_EQ(released, 0);
+  slot.close();
+  slot.close();
+  EXPECT_EQ(released, 1);
+  slot.set(Disposable::create([&] { ++released; }));
+  EXPECT_EQ(released, 2);
 }
 
 }  // namespace

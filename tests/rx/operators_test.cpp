@@ -132,6 +132,27 @@ TEST(FlatMapLatest, DropsEventsOfASupersededInner) {
   EXPECT_EQ(recorder.events(), (Log{"2", "completed"}));
 }
 
+// Events of a superseded inner observable that arrive although it was disposed (they were on
+// their way on another thread) are dropped too: its error and completion do not end the stream.
+TEST(FlatMapLatest, DropsLateEventsOfASupersededInnerThatWereOnTheirWay) {
+  auto inner = std::make_shared<test::HeldSource<int>>();
+  PublishSubject<int> outer;
+  Recorder<int> recorder;
+  recorder.subscribeTo(outer.asObservable().flatMapLatest([inner](int) { return Observable<int>(inner); }));
+  outer.onNext(0);
+  outer.onNext(0);
+  const ObserverPtr<int> superseded = inner->observers.at(0);
+  const ObserverPtr<int> latest = inner->observers.at(1);
+  superseded->onNext(1);
+  superseded->onError(testError("stale"));
+  superseded->onCompleted();
+  latest->onNext(2);
+  outer.onCompleted();
+  EXPECT_EQ(recorder.events(), (Log{"2"}));
+  latest->onError(testError("latest"));
+  EXPECT_EQ(recorder.events(), (Log{"2", "error:latest/7"}));
+}
+
 TEST(FlatMapLatest, ScalarInnersPassAndCompletionFollowsTheSource) {
   Recorder<int> recorder;
   recorder.subscribeTo(from(std::vector<int>{1, 2}).flatMapLatest([](int x) { return just(x + 1); }));

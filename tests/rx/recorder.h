@@ -35,6 +35,18 @@ struct Recorder {
   }
 };
 
+// A source that ignores disposal: it keeps the observer of every subscription, so that a test
+// can deliver what an observable would deliver when its event was already on its way as it was
+// disposed (the usual case on another thread).
+template <class T>
+struct HeldSource final : detail::Source<T> {
+  mutable std::vector<ObserverPtr<T>> observers;
+  Disposable subscribe(const ObserverPtr<T>& observer) const override {
+    observers.push_back(observer);
+    return {};
+  }
+};
+
 inline Error testError(std::string domain = "test", std::int64_t code = 7) {
   return Error{std::move(domain), code, {}};
 }

@@ -713,13 +713,7 @@ class SwitchSink final : public Observer<T>,
     if (!stopped_ && id == latest_) downstream_->onNext(value);
   }
 
-  void innerError(std::uint64_t id, const Error& error) {
-    {
-      Guard guard(lock_);
-      if (stopped_ || id != latest_) return;
-    }
-    fail(error);
-  }
+  void innerError(std::uint64_t id, const Error& error) { fail(error, id); }
 
   void innerCompleted(std::uint64_t id) {
     Guard guard(lock_);
@@ -738,12 +732,16 @@ class SwitchSink final : public Observer<T>,
     downstream_->onCompleted();
   }
 
-  void fail(const Error& error) {
+  // Ends the stream with `error`: from the source, or from the inner observable `inner`, which
+  // must still be the latest one at that moment. Checking that and ending under one hold of the
+  // lock keeps a newer element, arriving on another thread, from superseding the failing inner
+  // observable in between.
+  void fail(const Error& error, std::optional<std::uint64_t> inner = std::nullopt) {
     Disposable outer;
     Disposable current;
     {
       Guard guard(lock_);
-      if (stopped_) return;
+      if (stopped_ || (inner && *inner != latest_)) return;
       stopped_ = true;
       disposed_.store(true, std::memory_order_release);
       outer = std::move(outer_);

@@ -19,13 +19,19 @@ namespace detail {
 // emission takes one snapshot under the lock and delivers outside it. Each entry is a
 // subscription that refers back to the state weakly: a subject destroyed without terminating
 // releases its subscribers instead of being kept alive by them.
+//
+// A new subscriber is registered under the lock and replayed the current value outside it.
+// Until that replay is over, events pushed meanwhile (on other threads, or from inside the
+// replay) are queued on the subscription and delivered by the replaying thread after it, in
+// order: the subscriber never receives overlapping calls and never ends on the replayed value
+// when a newer one was pushed.
 template <class T>
 class SubjectState : public std::enable_shared_from_this<SubjectState<T>> {
  public:
   class Subscription final : public DisposableBase {
    public:
-    Subscription(std::weak_ptr<SubjectState> state, ObserverPtr<T> observer)
-        : state_(std::move(state)), observer_(std::move(observer)) {}
+    Subscription(std::weak_ptr<SubjectState> state, ObserverPtr<T> observer, bool replaying)
+        : state_(std::move(state)), observer_(std::move(observer)), replaying_(replaying) {}
 
     void dispose() noexcept override {
       if (disposed_.exchange(true, std::memory_order_acq_rel)) return;
@@ -33,12 +39,53 @@ class SubjectState : public std::enable_shared_from_this<SubjectState<T>> {
     }
     bool isDisposed() const noexcept override { return disposed_.load(std::memory_order_acquire); }
 
-    Observer<T>& observer() const noexcept { return *observer_; }
+    // An event pushed by the subject (a value, or the end when `value` is empty): delivered at
+    // once, or queued while the replay runs.
+    void deliver(const SubjectState& state, const T* value) {
+      if (replaying_.load(std::memory_order_acquire)) {
+        std::lock_guard lock(pendingMutex_);
+        if (replaying_.load(std::memory_order_relaxed)) {
+          pending_.push_back(value != nullptr ? std::optional<T>(*value) : std::nullopt);
+          return;
+        }
+      }
+      deliverNow(state, value);
+    }
+
+    // Runs on the subscribing thread: the replayed value, then what was queued meanwhile, until
+    // nothing is left; from then on events are delivered by the threads that push them.
+    void replay(const SubjectState& state, const T& value) {
+      deliverNow(state, &value);
+      for (;;) {
+        std::vector<std::optional<T>> batch;
+        {
+          std::lock_guard lock(pendingMutex_);
+          if (pending_.empty()) {
+            replaying_.store(false, std::memory_order_release);
+            return;
+          }
+          batch.swap(pending_);
+        }
+        for (const auto& event : batch) deliverNow(state, event ? &*event : nullptr);
+      }
+    }
 
    private:
+    void deliverNow(const SubjectState& state, const T* value) {
+      if (isDisposed()) return;
+      if (value != nullptr) {
+        observer_->onNext(*value);
+      } else {
+        state.deliverTerminal(*observer_);
+      }
+    }
+
     std::weak_ptr<SubjectState> state_;
     ObserverPtr<T> observer_;
     std::atomic<bool> disposed_{false};
+    std::atomic<bool> replaying_;
+    std::mutex pendingMutex_;
+    std::vector<std::optional<T>> pending_;  // in order; an empty entry is the end
   };
 
   using List = std::vector<std::shared_ptr<Subscription>>;
@@ -52,19 +99,19 @@ class SubjectState : public std::enable_shared_from_this<SubjectState<T>> {
     std::shared_ptr<Subscription> subscription;
     {
       Guard guard(lock_);
+      replay = value_;
       if (!terminated_) {
-        subscription = std::make_shared<Subscription>(this->weak_from_this(), observer);
+        subscription = std::make_shared<Subscription>(this->weak_from_this(), observer, replay.has_value());
         auto next = std::make_shared<List>(*subscribers_);
         next->push_back(subscription);
         subscribers_ = std::move(next);
       }
-      replay = value_;
     }
     if (!subscription) {
       deliverTerminal(*observer);
       return {};
     }
-    if (replay) observer->onNext(*replay);
+    if (replay) subscription->replay(*this, *replay);
     return Disposable::weak(subscription);
   }
 
@@ -76,9 +123,7 @@ class SubjectState : public std::enable_shared_from_this<SubjectState<T>> {
       if (keepValue) value_ = value;
       snapshot = subscribers_;
     }
-    for (const auto& subscription : *snapshot) {
-      if (!subscription->isDisposed()) subscription->observer().onNext(value);
-    }
+    for (const auto& subscription : *snapshot) subscription->deliver(*this, &value);
   }
 
   void terminate(std::optional<Error> error) {
@@ -90,9 +135,7 @@ class SubjectState : public std::enable_shared_from_this<SubjectState<T>> {
       error_ = std::move(error);
       snapshot = std::exchange(subscribers_, std::make_shared<const List>());
     }
-    for (const auto& subscription : *snapshot) {
-      if (!subscription->isDisposed()) deliverTerminal(subscription->observer());
-    }
+    for (const auto& subscription : *snapshot) subscription->deliver(*this, nullptr);
   }
 
   std::optional<T> value() const {
@@ -187,6 +230,11 @@ class PublishSubject {
 };
 
 /// Like `PublishSubject`, with a current value that every new subscriber receives first.
+///
+/// The current value is replayed on the subscribing thread. What is pushed while that replay
+/// runs (from another thread, or from inside the replay) reaches the new subscriber after it,
+/// in order and on that same thread: a new subscriber never receives overlapping calls and never
+/// ends on a value older than the last one pushed.
 template <class T>
 class BehaviorSubject {
  public:
