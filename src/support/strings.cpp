@@ -16,74 +16,64 @@ bool isAscii(std::string_view text) noexcept {
   return true;
 }
 
+// The one ASCII case folding of this file: 'A'..'Z' to 'a'..'z', every other byte kept.
+char lowerAscii(char c) noexcept { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+
 struct FreeDeleter {
   void operator()(utf8proc_uint8_t* p) const noexcept { std::free(p); }
 };
 
-// NFC through utf8proc; null (and the caller keeps the bytes) when the text is not valid UTF-8.
-std::unique_ptr<utf8proc_uint8_t, FreeDeleter> nfc(std::string_view text, std::size_t& length) noexcept {
-  utf8proc_uint8_t* out = nullptr;
-  const auto written =
-      utf8proc_map(reinterpret_cast<const utf8proc_uint8_t*>(text.data()),
-                   static_cast<utf8proc_ssize_t>(text.size()), &out,
-                   static_cast<utf8proc_option_t>(UTF8PROC_STABLE | UTF8PROC_COMPOSE));
-  if (written < 0) {
-    std::free(out);
-    return nullptr;
+// The canonical form of a text, which equality and hash both compare: its NFC (through
+// utf8proc), or the text itself when it is ASCII (its own NFC) or not valid UTF-8. Refers to
+// the text itself then, and owns the normalised copy otherwise.
+class CanonicalView {
+ public:
+  explicit CanonicalView(std::string_view text) noexcept : view_(text) {
+    if (isAscii(text)) return;
+    utf8proc_uint8_t* out = nullptr;
+    const auto written =
+        utf8proc_map(reinterpret_cast<const utf8proc_uint8_t*>(text.data()),
+                     static_cast<utf8proc_ssize_t>(text.size()), &out,
+                     static_cast<utf8proc_option_t>(UTF8PROC_STABLE | UTF8PROC_COMPOSE));
+    owned_.reset(out);
+    if (written >= 0) {
+      view_ = std::string_view(reinterpret_cast<const char*>(out), static_cast<std::size_t>(written));
+    }
   }
-  length = static_cast<std::size_t>(written);
-  return std::unique_ptr<utf8proc_uint8_t, FreeDeleter>(out);
-}
+
+  std::string_view view() const noexcept { return view_; }
+
+ private:
+  std::unique_ptr<utf8proc_uint8_t, FreeDeleter> owned_;
+  std::string_view view_;
+};
 
 }  // namespace
 
-std::string canonicalForm(std::string_view text) {
-  if (isAscii(text)) return std::string(text);
-  std::size_t length = 0;
-  const auto normalised = nfc(text, length);
-  if (!normalised) return std::string(text);
-  return std::string(reinterpret_cast<const char*>(normalised.get()), length);
-}
+std::string canonicalForm(std::string_view text) { return std::string(CanonicalView(text).view()); }
 
 bool canonicallyEqual(std::string_view a, std::string_view b) noexcept {
   if (a == b) return true;
-  // Canonical equivalence never maps a non-ASCII text to an ASCII one of different bytes, so two
-  // different texts of which one is ASCII are never equivalent.
-  if (isAscii(a) || isAscii(b)) return false;
-  std::size_t lengthA = 0;
-  std::size_t lengthB = 0;
-  const auto nfcA = nfc(a, lengthA);
-  const auto nfcB = nfc(b, lengthB);
-  if (!nfcA || !nfcB) return false;
-  return std::string_view(reinterpret_cast<const char*>(nfcA.get()), lengthA) ==
-         std::string_view(reinterpret_cast<const char*>(nfcB.get()), lengthB);
+  // Two different ASCII texts are never equivalent. One ASCII side alone decides nothing: some
+  // non-ASCII texts normalise to ASCII (U+212A KELVIN SIGN is 'K', U+037E is ';', U+1FEF is '`').
+  if (isAscii(a) && isAscii(b)) return false;
+  return CanonicalView(a).view() == CanonicalView(b).view();
 }
 
 std::size_t canonicalHash(std::string_view text) noexcept {
-  if (isAscii(text)) return std::hash<std::string_view>{}(text);
-  std::size_t length = 0;
-  const auto normalised = nfc(text, length);
-  if (!normalised) return std::hash<std::string_view>{}(text);
-  return std::hash<std::string_view>{}(
-      std::string_view(reinterpret_cast<const char*>(normalised.get()), length));
+  return std::hash<std::string_view>{}(CanonicalView(text).view());
 }
 
 std::string asciiLowercase(std::string_view text) {
   std::string lowered(text);
-  for (char& c : lowered) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
+  for (char& c : lowered) c = lowerAscii(c);
   return lowered;
 }
 
 bool startsWithIgnoringAsciiCase(std::string_view text, std::string_view prefix) noexcept {
   if (text.size() < prefix.size()) return false;
   for (std::size_t i = 0; i < prefix.size(); ++i) {
-    char a = text[i];
-    char b = prefix[i];
-    if (a >= 'A' && a <= 'Z') a = static_cast<char>(a - 'A' + 'a');
-    if (b >= 'A' && b <= 'Z') b = static_cast<char>(b - 'A' + 'a');
-    if (a != b) return false;
+    if (lowerAscii(text[i]) != lowerAscii(prefix[i])) return false;
   }
   return true;
 }

@@ -7,8 +7,9 @@
 namespace applogic {
 
 /// True when `a` and `b` are canonically equivalent Unicode texts (equal after NFC), which is how
-/// the platform compares strings. Pure ASCII inputs are compared byte by byte without
-/// normalising. Invalid UTF-8 is compared byte by byte. Pure; any thread.
+/// the platform compares strings. Two ASCII inputs are compared byte by byte without normalising;
+/// an ASCII input against a non-ASCII one is not (U+212A KELVIN SIGN normalises to 'K'). Invalid
+/// UTF-8 stands for its own bytes. Pure; any thread.
 bool canonicallyEqual(std::string_view a, std::string_view b) noexcept;
 
 /// A hash consistent with `canonicallyEqual`: canonically equivalent texts hash equal.
