@@ -39,7 +39,7 @@ TEST(TunevoPlay, PlaysToTheEndFromAServerWithoutRanges) {
   EXPECT_EQ(run.err.find("Failed"), std::string::npos) << run.err;
 }
 
-// Each failure is logged once by the controller and ends in one line with GStreamer's reason.
+// Each failure ends in one line, with GStreamer's reason.
 TEST(TunevoPlay, UnplayableAddressesAndBadUsageAreErrors) {
   httplib::Server notFound;
   const int port = notFound.bind_to_any_port("127.0.0.1");
@@ -53,10 +53,9 @@ TEST(TunevoPlay, UnplayableAddressesAndBadUsageAreErrors) {
     SCOPED_TRACE(url);
     const Outcome run = runTunevo("play --sink 'fakesink sync=true' " + url);
     EXPECT_EQ(run.status, 69);
-    EXPECT_EQ(occurrences(run.err, "AudioPreviewController Failed to play to the end\n"), 1u) << run.err;
     const std::string cannot = "tunevo play: cannot play " + url + ": ";
-    EXPECT_EQ(occurrences(run.err, "tunevo play: cannot play"), 1u) << run.err;
-    EXPECT_EQ(occurrences(run.err, cannot), 1u) << run.err;
+    EXPECT_EQ(run.err.rfind(cannot, 0), 0u) << run.err;
+    EXPECT_EQ(occurrences(run.err, "\n"), 1u) << run.err;
     EXPECT_EQ(occurrences(run.err, cannot + "\n"), 0u) << "no reason: " << run.err;
   }
   notFound.stop();

@@ -13,6 +13,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -20,6 +21,7 @@
 #include "applogic/audio/vx_audio_session.h"
 #include "applogic/platform/gstreamer_media_player.h"
 #include "applogic/platform/linux_platform.h"
+#include "applogic/support/log.h"
 #include "applogic/support/url.h"
 #include "tunevo/exit_codes.h"
 #include "tunevo/kept_player_factory.h"
@@ -68,6 +70,17 @@ std::string clock(std::chrono::nanoseconds time) {
 
 }  // namespace
 
+// The controller logs a failure to play in its own words; `play` reports the same failure with
+// GStreamer's reason, so that line is left out and the user reads one line, not two.
+class PlayLogSink final : public LogSink {
+ public:
+  void write(std::string_view line) override {
+    if (line == "AudioPreviewController Failed to play to the end") return;
+    std::fwrite(line.data(), 1, line.size(), stderr);
+    std::fputc('\n', stderr);
+  }
+};
+
 int runPlay(int argc, char** argv) {
   const std::vector<std::string> args(argv + 1, argv + argc);
   std::string sink;
@@ -113,6 +126,7 @@ int runPlay(int argc, char** argv) {
   VXAudioSession::installPlatform(system);
   auto session = VXAudioSession::sharedSession();
   session->setIsApplicationInBackground([] { return false; });
+  const ScopedLogSink logSink(std::make_shared<PlayLogSink>());
   AudioPreviewController controller(session, system);
 
   Track track;
