@@ -8,9 +8,11 @@ APPLOGIC_BUILD_DIR=${APPLOGIC_BUILD_DIR:-build}
 APPLOGIC_JOBS=${APPLOGIC_JOBS:-$(nproc)}
 
 # ccache, when the machine has it, serves objects built before, also those of another clone or
-# build directory (paths are taken relative to the repository).
+# build directory: paths are taken relative to the repository, and the working directory (which
+# only the debug information records) is left out of the match.
 if command -v ccache >/dev/null 2>&1; then
   export CCACHE_BASEDIR=${CCACHE_BASEDIR:-$PWD}
+  export CCACHE_NOHASHDIR=${CCACHE_NOHASHDIR:-1}
   APPLOGIC_LAUNCHER=(-DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
 else
   APPLOGIC_LAUNCHER=()
