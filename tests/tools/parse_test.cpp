@@ -167,7 +167,7 @@ TEST(ParseInput, ReadsTheFileOrStandardInputForDashAndUnreadableFilesExit66) {
     const Outcome run = parse({"tracks", unreadable});
     EXPECT_EQ(run.status, 66) << unreadable;
     EXPECT_EQ(run.out, "") << unreadable;
-    EXPECT_EQ(run.err.rfind("tunevo parse: cannot read " + unreadable + ": ", 0), 0u) << run.err;
+    EXPECT_EQ(run.err.rfind("tunevo parse: cannot read the answer " + unreadable + ": ", 0), 0u) << run.err;
   }
 }
 

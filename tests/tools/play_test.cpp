@@ -55,7 +55,8 @@ TEST(TunevoPlay, UnplayableAddressesAndBadUsageAreErrors) {
     EXPECT_EQ(run.status, 69);
     const std::string cannot = "tunevo play: cannot play " + url + ": ";
     EXPECT_EQ(run.err.rfind(cannot, 0), 0u) << run.err;
-    EXPECT_EQ(occurrences(run.err, "\n"), 1u) << run.err;
+    EXPECT_EQ(occurrences(run.err, "tunevo play: cannot play"), 1u) << run.err;
+    EXPECT_EQ(occurrences(run.err, "Failed to play to the end"), 0u) << run.err;
     EXPECT_EQ(occurrences(run.err, cannot + "\n"), 0u) << "no reason: " << run.err;
   }
   notFound.stop();

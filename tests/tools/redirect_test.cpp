@@ -174,7 +174,7 @@ TEST(UrlHandler, InstallsAndRemovesTheDesktopEntryForTheAppSchemeAndRefusesBundl
   } refusals[] = {
       {"--bundle-id 'a b'", 65, "tunevo url-handler: 'amzn-a b' is not a valid URL scheme\n"},
       {"--manifest /nonexistent/app-manifest.json", 66,
-       "tunevo url-handler: cannot read the app manifest /nonexistent/app-manifest.json: No such file or directory "
+       "tunevo url-handler: cannot read the app manifest /nonexistent/app-manifest.json: no such file or directory "
        "(give --manifest FILE or --bundle-id ID)\n"},
       {"--manifest '" + noId.string() + "'", 65,
        "tunevo url-handler: the app manifest " + noId.string() + " holds no CFBundleIdentifier\n"},

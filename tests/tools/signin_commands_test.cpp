@@ -150,7 +150,7 @@ TEST_F(SignInCommandsTest, ATimeoutDuringARefreshStillStoresTheRotatedToken) {
   // The server spends the refresh token and answers after the command's timeout. The second
   // delay holds the next refresh until the first has been answered, so that a command which left
   // without storing the rotated token presents the spent one, and the grant is revoked.
-  server_->injectDelay(applogic::emulator::Endpoint::token, std::chrono::milliseconds(1500));
+  server_->injectDelay(applogic::emulator::Endpoint::token, std::chrono::milliseconds(3000));
   server_->injectDelay(applogic::emulator::Endpoint::token, std::chrono::milliseconds(2500));
   const Outcome late = run("token", "--force-refresh --timeout 1");
   EXPECT_EQ(late.status, 75);
@@ -179,7 +179,7 @@ TEST_F(SignInCommandsTest, AnUnusableFileArgumentEndsTheCommandBeforeAnythingSta
       {"token --ca-file '" + dir + "'" + manifest + key, "tunevo token: cannot read the CA file " + dir + ": is a directory"},
       {"profile --manifest '" + dir + "'" + key, "tunevo profile: cannot read the app manifest " + dir + ": is a directory"},
       {"logout --public-key '" + dir + "'" + manifest, "tunevo logout: cannot read the public key " + dir + ": is a directory"},
-      {"apikey mint --private-key '" + dir + "' --bundle-id b --client-id c", "tunevo apikey: cannot read '" + dir + "'"},
+      {"apikey mint --private-key '" + dir + "' --bundle-id b --client-id c", "tunevo apikey: cannot read the private key " + dir + ": is a directory"},
       {"login" + key + store + " --browser '" + (dir_ / "browser").string() + "'",
        "tunevo login: cannot read the app manifest " + defaultManifest.string() +
            ": no such file or directory (the default; give one with --manifest)"},

@@ -91,9 +91,10 @@ struct PemText {
   int status = kExitOk;
 };
 
-PemText readPem(const std::string& argument, std::ostream& err) {
-  if (auto text = readPemArgument(argument)) return {std::move(text), kExitOk};
-  err << "tunevo apikey: cannot read '" << argument << "': " << std::strerror(errno) << "\n";
+PemText readPem(const std::string& argument, std::string_view what, std::ostream& err) {
+  FileArgument read = readPemArgument(argument, what);
+  if (read.text) return {std::move(read.text), kExitOk};
+  err << "tunevo apikey: " << read.problem << "\n";
   return {std::nullopt, kExitNoInput};
 }
 
@@ -163,7 +164,7 @@ int mint(const std::vector<std::string>& args, std::ostream& out, std::ostream& 
     return usage(err, "--authz, --token-exchange and --app-variant-id need --ver 3");
   }
 
-  const PemText pem = readPem(options["private-key"], err);
+  const PemText pem = readPem(options["private-key"], "private key", err);
   if (!pem.text) return pem.status;
   std::unique_ptr<BIO, decltype(&BIO_free)> bio(BIO_new_mem_buf(pem.text->data(), static_cast<int>(pem.text->size())),
                                                 &BIO_free);
@@ -243,7 +244,7 @@ int inspect(const std::vector<std::string>& args, std::ostream& out, std::ostrea
   for (const char* required : {"public-key", "bundle-id"}) {
     if (!options.contains(required)) return usage(err, std::string("--") + required + " is required");
   }
-  const PemText pem = readPem(options["public-key"], err);
+  const PemText pem = readPem(options["public-key"], "public key", err);
   if (!pem.text) return pem.status;
   if (const auto type = publicKeyTypeOtherThanRsa(*pem.text)) {
     err << "tunevo apikey: the public key is " << *type << ", not RSA: API keys are signed with RSA keys\n";

@@ -1,12 +1,8 @@
 #include "tunevo/parse.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
 #include <istream>
 #include <iterator>
-#include <memory>
 #include <optional>
 #include <ostream>
 #include <vector>
@@ -18,6 +14,7 @@
 #include "applogic/records/playlist.h"
 #include "applogic/records/track_serializers.h"
 #include "tunevo/exit_codes.h"
+#include "tunevo/file_argument.h"
 #include "tunevo/json_output.h"
 
 namespace tunevo {
@@ -56,28 +53,6 @@ struct Input {
   std::string source;  // for messages: the file's path, or "standard input"
 };
 
-struct FileCloser {
-  void operator()(std::FILE* file) const noexcept { std::fclose(file); }
-};
-
-// stdio rather than an ifstream: it reports why a file could not be read (a directory opens but
-// fails on the first read), and errno says so.
-std::optional<std::string> readFile(const std::string& path, std::string& reason) {
-  const std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path.c_str(), "rb"));
-  if (!file) {
-    reason = std::strerror(errno);
-    return std::nullopt;
-  }
-  std::string text;
-  char buffer[1 << 16];
-  std::size_t read = 0;
-  while ((read = std::fread(buffer, 1, sizeof buffer, file.get())) > 0) text.append(buffer, read);
-  if (std::ferror(file.get())) {
-    reason = std::strerror(errno);
-    return std::nullopt;
-  }
-  return text;
-}
 
 struct Position {
   std::size_t line = 1;
@@ -157,13 +132,12 @@ int runParse(std::span<const std::string> arguments, std::istream& in, std::ostr
   Input input;
   if (args.size() == 2 && args[1] != "-") {
     input.source = args[1];
-    std::string reason;
-    std::optional<std::string> text = readFile(args[1], reason);
-    if (!text) {
-      err << "tunevo parse: cannot read " << args[1] << ": " << reason << "\n";
+    FileArgument file = readFileArgument(args[1], "answer");
+    if (!file.text) {
+      err << "tunevo parse: " << file.problem << "\n";
       return kExitNoInput;
     }
-    input.text = std::move(*text);
+    input.text = std::move(*file.text);
   } else {
     input.source = "standard input";
     input.text.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <cerrno>
-#include <optional>
 #include <string>
 #include <string_view>
 
@@ -15,13 +13,6 @@ namespace tunevo {
 inline FileArgument readPemArgument(const std::string& argument, std::string_view what) {
   if (argument.starts_with("-----BEGIN")) return FileArgument{argument, {}, 0};
   return readFileArgument(argument, what);
-}
-
-/// The same, absent with errno telling why when the file cannot be read.
-inline std::optional<std::string> readPemArgument(const std::string& argument) {
-  FileArgument read = readPemArgument(argument, "key");
-  if (!read.text) errno = read.error;
-  return std::move(read.text);
 }
 
 }  // namespace tunevo

@@ -15,6 +15,7 @@
 
 #include "applogic/platform/app_manifest_bundle_info.h"
 #include "tunevo/exit_codes.h"
+#include "tunevo/file_argument.h"
 
 extern char** environ;
 
@@ -174,9 +175,8 @@ int removeHandler(const fs::path& entry, const std::string& fileName, const std:
 // The bundle identifier of the manifest at `path`; absent after saying why on standard error,
 // with the exit status in `status`.
 std::optional<std::string> manifestBundleId(const fs::path& path, int& status) {
-  if (std::ifstream probe(path, std::ios::binary); !probe) {
-    std::cerr << "tunevo url-handler: cannot read the app manifest " << path.string() << ": "
-              << std::strerror(errno) << " (give --manifest FILE or --bundle-id ID)\n";
+  if (const FileArgument probe = readFileArgument(path, "app manifest"); !probe.text) {
+    std::cerr << "tunevo url-handler: " << probe.problem << " (give --manifest FILE or --bundle-id ID)\n";
     status = kExitNoInput;
     return std::nullopt;
   }
