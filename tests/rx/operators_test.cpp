@@ -138,7 +138,9 @@ TEST(FlatMapLatest, DropsLateEventsOfASupersededInnerThatWereOnTheirWay) {
   auto inner = std::make_shared<test::HeldSource<int>>();
   PublishSubject<int> outer;
   Recorder<int> recorder;
-  recorder.subscribeTo(outer.asObservable().flatMapLatest([inner](int) { return Observable<int>(inner); }));
+  // Held weakly: the source keeps the operator's observers, so a strong hold would be a cycle.
+  recorder.subscribeTo(outer.asObservable().flatMapLatest(
+      [weak = std::weak_ptr(inner)](int) { return Observable<int>(weak.lock()); }));
   outer.onNext(0);
   outer.onNext(0);
   const ObserverPtr<int> superseded = inner->observers.at(0);

@@ -192,10 +192,11 @@ TEST(Stress, ASupersededInnersErrorNeverEndsFlatMapLatest) {
         first = std::make_shared<test::HeldSource<int>>();
         secondSubscribed = false;
         failed = false;
-        auto held = first;
+        // Held weakly: the source keeps the operator's observers, so a strong hold would be a cycle.
+        const std::weak_ptr<test::HeldSource<int>> held = first;
         outer->asObservable()
             .flatMapLatest([held, &secondSubscribed](int which) {
-              if (which == 1) return Observable<int>(held);
+              if (which == 1) return Observable<int>(held.lock());
               return create<int>([&secondSubscribed](AnyObserver<int>) {
                 secondSubscribed = true;
                 return Disposable();
