@@ -1,6 +1,7 @@
 #include "applogic/controllers/giphy_data_controller.h"
 
 #include <algorithm>
+#include <cmath>
 #include <optional>
 #include <utility>
 
@@ -99,7 +100,9 @@ ZDSDeferred<Url> GiphyDataController::getGiphySillImageUrl(const std::string& id
 }
 
 bool GiphyDataController::filterImageByAspectRatio(std::string_view, const GiphyImageInfo& info) {
-  if (!(info.height > 0) || !(info.width > 0) || info.urlString.empty()) return false;
+  // A zero, infinite or NaN size makes a ratio outside the bounds; of the negative sizes only
+  // two together make one inside them.
+  if (std::signbit(info.width) || info.urlString.empty()) return false;
   const float ratio = info.width / info.height;
   return ratio >= 1.0f && ratio <= kWidestAspectRatio;
 }
