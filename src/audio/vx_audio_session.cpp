@@ -22,12 +22,11 @@ SharedState& shared() {
   return state;
 }
 
-// Reason 5 is unassigned on the platform; it and anything outside 0-8 read as "unknown".
-constexpr std::array<int, 9> kRouteChangeReasons{0, 1, 2, 3, 4, 0, 6, 7, 8};
+// The reasons the platform assigns; anything else (5 among them) reads as "unknown", 0.
+constexpr std::array<int, 7> kRouteChangeReasons{1, 2, 3, 4, 6, 7, 8};
 
 int routeChangeReason(int platformReason) {
-  if (platformReason < 0 || platformReason >= static_cast<int>(kRouteChangeReasons.size())) return 0;
-  return kRouteChangeReasons[static_cast<std::size_t>(platformReason)];
+  return std::ranges::find(kRouteChangeReasons, platformReason) != kRouteChangeReasons.end() ? platformReason : 0;
 }
 
 std::optional<std::string> firstOutputName(const platform::AudioSessionRouteDescription& route) {
@@ -116,7 +115,6 @@ bool VXAudioSession::setActive(bool active, Error* error) {
   }
   activeCount_.store(count - 1);
   if (count - 1 != 0) return true;
-  activeCount_.store(0);
   if (intSetActive(false, error)) return true;
   activeCount_.store(1);
   return false;
@@ -148,13 +146,10 @@ void VXAudioSession::requestRecordPermission(std::function<void(bool granted)> r
   session_->requestRecordPermission(std::move(response));
 }
 
-VXAudioSession::RouteWatcherToken VXAudioSession::doWhenRouteChanges(RouteWatcher watcher, Error* error) {
+VXAudioSession::RouteWatcherToken VXAudioSession::doWhenRouteChanges(RouteWatcher watcher, Error* /*error*/) {
   auto token = std::make_shared<const RouteWatcher>(std::move(watcher));
   routeWatchers_.push_back(token);
-  if (routeWatchers_.size() == 1 && !setUpRouteChangeListener(error)) {
-    eraseToken(routeWatchers_, token);
-    return nullptr;
-  }
+  if (routeWatchers_.size() == 1) setUpRouteChangeListener();
   return token;
 }
 
@@ -162,16 +157,13 @@ void VXAudioSession::stopWhenRouteChanges(const RouteWatcherToken& token) {
   if (!token) return;
   const auto before = routeWatchers_.size();
   eraseToken(routeWatchers_, token);
-  if (before != 0 && routeWatchers_.empty()) tearDownRouteChangeListener(nullptr);
+  if (before != 0 && routeWatchers_.empty()) tearDownRouteChangeListener();
 }
 
-VXAudioSession::InterruptWatcherToken VXAudioSession::doWhenInterrupted(InterruptWatcher watcher, Error* error) {
+VXAudioSession::InterruptWatcherToken VXAudioSession::doWhenInterrupted(InterruptWatcher watcher, Error* /*error*/) {
   auto token = std::make_shared<const InterruptWatcher>(std::move(watcher));
   interruptWatchers_.push_back(token);
-  if (interruptWatchers_.size() == 1 && !setUpInterruptListener(error)) {
-    eraseToken(interruptWatchers_, token);
-    return nullptr;
-  }
+  if (interruptWatchers_.size() == 1) setUpInterruptListener();
   return token;
 }
 
@@ -179,32 +171,29 @@ void VXAudioSession::stopWhenInterrupted(const InterruptWatcherToken& token) {
   if (!token) return;
   const auto before = interruptWatchers_.size();
   eraseToken(interruptWatchers_, token);
-  if (before != 0 && interruptWatchers_.empty()) tearDownInterruptListener(nullptr);
+  if (before != 0 && interruptWatchers_.empty()) tearDownInterruptListener();
 }
 
-// The listeners capture `this`: the destructor removes them from the center first.
-bool VXAudioSession::setUpRouteChangeListener(Error* /*error*/) {
+// The listeners capture `this`: the destructor removes them from the center first. Registering
+// with the center cannot fail.
+void VXAudioSession::setUpRouteChangeListener() {
   routeListener_ = notificationCenter_->addObserver(
       std::string(platform::kAudioSessionRouteChangeNotification), nullptr,
       [this](const platform::Notification& notification) { routeChanged(notification); });
-  return true;
 }
 
-bool VXAudioSession::tearDownRouteChangeListener(Error* /*error*/) {
+void VXAudioSession::tearDownRouteChangeListener() {
   notificationCenter_->removeObserver(std::exchange(routeListener_, nullptr));
-  return true;
 }
 
-bool VXAudioSession::setUpInterruptListener(Error* /*error*/) {
+void VXAudioSession::setUpInterruptListener() {
   interruptListener_ = notificationCenter_->addObserver(
       std::string(platform::kAudioSessionInterruptionNotification), nullptr,
       [this](const platform::Notification& notification) { interruptChanged(notification); });
-  return true;
 }
 
-bool VXAudioSession::tearDownInterruptListener(Error* /*error*/) {
+void VXAudioSession::tearDownInterruptListener() {
   notificationCenter_->removeObserver(std::exchange(interruptListener_, nullptr));
-  return true;
 }
 
 void VXAudioSession::routeChanged(const platform::Notification& notification) {
@@ -264,7 +253,6 @@ rx::Observable<bool> VXAudioSession::owningAudioSession() {
       return rx::Disposable::empty();
     }
     observer.onNext(self->interruptState() != VXAudioSessionInterruptStateInterrupted);
-    Error error;
     // The property is read, not the watcher's argument, so that a state set by another watcher
     // called earlier is what reaches the subscriber.
     auto token = self->doWhenInterrupted(
@@ -273,8 +261,7 @@ rx::Observable<bool> VXAudioSession::owningAudioSession() {
             observer.onNext(session->interruptState() != VXAudioSessionInterruptStateInterrupted);
           }
         },
-        &error);
-    if (!token) observer.onError(error);
+        nullptr);
     return rx::Disposable::create([weakSelf, token] {
       if (auto session = weakSelf.lock()) session->stopWhenInterrupted(token);
     });

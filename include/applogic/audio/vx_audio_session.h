@@ -137,7 +137,8 @@ class VXAudioSession : public std::enable_shared_from_this<VXAudioSession> {
   void requestRecordPermission(std::function<void(bool granted)> response);
 
   /// Registers `watcher` and returns its token; the first registration starts listening to the
-  /// platform's route changes. Null (and `error` written) when listening could not start.
+  /// platform's route changes. Listening to the notification center cannot fail: the token is
+  /// never null and `error` is left as it was.
   RouteWatcherToken doWhenRouteChanges(RouteWatcher watcher, Error* error);
   /// Removes the watcher with this identity; removing the last stops listening. Unknown or null
   /// tokens are ignored.
@@ -162,18 +163,18 @@ class VXAudioSession : public std::enable_shared_from_this<VXAudioSession> {
   std::optional<std::string> getAudioProperty(int property) const;
 
   /// Whether this app owns the sound: each subscription gets `interruptState != interrupted` at
-  /// once and again after every interruption message, on the thread that delivers it. Fails with
-  /// the registration error if its watcher cannot be registered; disposal unregisters it. A
-  /// subscription made after the session was destroyed completes at once. The session must be
+  /// once and again after every interruption message, on the thread that delivers it; disposal
+  /// unregisters its watcher. A subscription made after the session was destroyed completes at
+  /// once. The session must be
   /// owned by a `std::shared_ptr` (the program stops otherwise).
   rx::Observable<bool> owningAudioSession();
 
  private:
   bool intSetActive(bool active, Error* error);
-  bool setUpRouteChangeListener(Error* error);
-  bool tearDownRouteChangeListener(Error* error);
-  bool setUpInterruptListener(Error* error);
-  bool tearDownInterruptListener(Error* error);
+  void setUpRouteChangeListener();
+  void tearDownRouteChangeListener();
+  void setUpInterruptListener();
+  void tearDownInterruptListener();
   void routeChanged(const platform::Notification& notification);
   void interruptChanged(const platform::Notification& notification);
 
