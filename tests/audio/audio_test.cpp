@@ -34,7 +34,6 @@ struct CapturingSink : LogSink {
   Calls lines;
 };
 
-// The in-process center, counting the observers registered with it.
 struct CountingCenter final : platform::NotificationCenter {
   platform::NotificationObserverToken addObserver(std::optional<std::string> name, const void* object, Handler handler) override {
     return ++observers, inner->addObserver(std::move(name), object, std::move(handler));
@@ -135,23 +134,23 @@ TEST(VXAudioSession, ListenersLiveExactlyWhileWatchersOfTheirKindDo) {
   std::string heard;
   std::vector<bool> owning;
   const auto record = [&](bool value) { owning.push_back(value); };
+  auto owningStream = s.session->owningAudioSession();
+  auto first = owningStream.subscribe(record);
   auto a = s.session->doWhenRouteChanges([&](int, auto&, auto&) { heard += "a"; }, &s.error);
   auto b = s.session->doWhenRouteChanges([&](int, auto&, auto&) { heard += "b"; }, &s.error);
-  s.session->owningAudioSession().subscribe(record).dispose();
   s.backend.postRouteChange(1, routeTo({}));
   for (const auto& token : {a, a, VXAudioSession::RouteWatcherToken{}}) s.session->stopWhenRouteChanges(token);
   s.backend.postRouteChange(1, routeTo({}));
   s.session->stopWhenRouteChanges(b);
-  EXPECT_EQ(s.center->observers, 0);
+  EXPECT_EQ(s.center->observers, 1);  // the interruptions' listener
   s.session->doWhenRouteChanges([&](int, auto&, auto&) { heard += "c"; }, &s.error);
-  auto owningStream = s.session->owningAudioSession();
-  auto subscription = owningStream.subscribe(record);
+  auto second = owningStream.subscribe(record);
+  first.dispose();
   s.backend.postRouteChange(1, routeTo({}));
   s.backend.postInterruption(1);
   s.backend.postInterruption(0);
-  subscription.dispose();
+  second.dispose();
   s.backend.postInterruption(1);
-  EXPECT_EQ(heard, "abbc");
   EXPECT_EQ(owning, (std::vector<bool>{true, true, false, true}));
   s.session->doWhenInterrupted([](State, bool) {}, &s.error);
   s.controller.reset();
@@ -159,6 +158,7 @@ TEST(VXAudioSession, ListenersLiveExactlyWhileWatchersOfTheirKindDo) {
   EXPECT_EQ(s.center->observers, 0);
   owningStream.subscribe(record, nullptr, [&] { heard += " completed"; });  // the session is gone
   EXPECT_EQ(heard, "abbc completed");
+  EXPECT_DEATH(VXAudioSession(s.fakes.audioSession, s.center).owningAudioSession(), "owned by a std::shared_ptr");
 }
 
 TEST(SharedSession, IsMadeOnceFromTheInstalledPlatformWithAllItsPartsAndLetsGoOfIt) {
