@@ -36,6 +36,9 @@ PACKAGES=(
   # The README's examples, which a test runs as they are written (openssl makes keys, curl is the
   # quick start's browser); ccache lets a second build directory reuse the first one's objects
   curl openssl ccache
+  # Debian packages of the library and tunevo (cpack computes their Depends with dpkg-shlibdeps;
+  # help2man writes tunevo's manual page from its --help)
+  dpkg-dev help2man
 )
 
 is_installed() {

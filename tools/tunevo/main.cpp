@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "applogic/version.h"
 #include "tunevo/apikey.h"
 #include "tunevo/demo.h"
 #include "tunevo/emulator_command.h"
@@ -22,6 +23,12 @@ namespace {
 int parseCommand(int argc, char** argv) {
   const std::vector<std::string> args(argv + 1, argv + argc);
   return tunevo::runParse(args, std::cin, std::cout, std::cerr);
+}
+
+// The version of the library tunevo runs with, which the installed shared library decides.
+int versionCommand(int, char**) {
+  std::cout << "tunevo (applogic " << applogic::libraryVersion() << ")\n";
+  return tunevo::kExitOk;
 }
 
 struct Command {
@@ -43,6 +50,7 @@ constexpr Command kCommands[] = {
     {"token", "[--force-refresh]", "print the access token, refreshed when needed", &tunevo::runToken},
     {"profile", "[OPTIONS]", "print the signed-in user's profile (JSON)", &tunevo::runProfile},
     {"logout", "[OPTIONS]", "sign out: forget the tokens and the profile", &tunevo::runLogout},
+    {"--version", "", "print the version of the applogic library tunevo runs with", &versionCommand},
 };
 
 void printUsage(std::ostream& out) {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "applogic/audio/vx_audio_session.h"
+#include "applogic/export.h"
 #include "applogic/platform/media_player.h"
 #include "applogic/platform/notification_center.h"
 #include "applogic/platform/platform.h"
@@ -30,7 +31,7 @@ namespace applogic {
 /// thread). The player's rate changes and end notifications arrive on the threads the media
 /// player port documents and update `isPlaying` there; both streams deliver on the thread that
 /// changed the value.
-class AudioPreviewController {
+class APPLOGIC_EXPORT AudioPreviewController {
  public:
   /// A controller with an empty player made from `platform.mediaPlayers`, listening for the
   /// player's end notifications on `platform.notificationCenter` (the players must post to that

@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "applogic/export.h"
 #include "applogic/platform/audio_session_backend.h"
 #include "applogic/platform/notification_center.h"
 #include "applogic/platform/platform.h"
@@ -49,7 +50,7 @@ inline constexpr std::string_view VXAudioSessionOSStatusKey = "VXAudioSessionOSS
 ///
 /// Instances are owned by a `std::shared_ptr` (`sharedSession()`, or `std::make_shared` in tests
 /// and hosts with several sessions); `owningAudioSession` requires it.
-class VXAudioSession : public std::enable_shared_from_this<VXAudioSession> {
+class APPLOGIC_EXPORT VXAudioSession : public std::enable_shared_from_this<VXAudioSession> {
  public:
   /// Called with (reason 0-8, name of the old route's first output, name of the current route's
   /// first output); a route without outputs gives an absent name.

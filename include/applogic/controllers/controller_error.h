@@ -6,6 +6,7 @@
 #include <optional>
 #include <string_view>
 
+#include "applogic/export.h"
 #include "applogic/rx/observable.h"
 #include "applogic/support/error.h"
 
@@ -25,16 +26,16 @@ enum class ErrorCode : std::int64_t {
 };
 
 /// The `ErrorCode` whose raw value is `raw`: `unparsable` for 1, nothing for any other value.
-[[nodiscard]] std::optional<ErrorCode> errorCodeFromRaw(std::int64_t raw) noexcept;
+[[nodiscard]] APPLOGIC_EXPORT std::optional<ErrorCode> errorCodeFromRaw(std::int64_t raw) noexcept;
 
 /// The typed parsing error of the controller named `controllerName`: (controllerName, 1).
-[[nodiscard]] Error typedParsingError(std::string_view controllerName);
+[[nodiscard]] APPLOGIC_EXPORT Error typedParsingError(std::string_view controllerName);
 
 /// The generic parsing error: ("Unknown parsing error", 0).
-[[nodiscard]] Error genericParsingError();
+[[nodiscard]] APPLOGIC_EXPORT Error genericParsingError();
 
 /// Observables of the generic parsing error. Stateless.
-class ParsingErrorObservable {
+class APPLOGIC_EXPORT ParsingErrorObservable {
  public:
   /// Emits no element and fails with `genericParsingError()` at once on each subscription.
   template <class T>
@@ -47,6 +48,6 @@ class ParsingErrorObservable {
 
 /// Hashes an `ErrorCode` by its case index: `unparsable`, the only case, hashes to 0.
 template <>
-struct std::hash<applogic::ErrorCode> {
+struct APPLOGIC_EXPORT std::hash<applogic::ErrorCode> {
   std::size_t operator()(applogic::ErrorCode) const noexcept { return 0; }
 };

@@ -4,11 +4,13 @@
 #include <string>
 #include <string_view>
 
+#include "applogic/export.h"
+
 namespace applogic {
 
 /// Names whose data a service update concerns: an explicit user, or the signed-in user,
 /// whoever that is when the hint is resolved (see `UserHintToUserID`). Plain value; any thread.
-class UserHint {
+class APPLOGIC_EXPORT UserHint {
  public:
   /// The user with this id.
   static UserHint user(std::string userID) { return UserHint(std::move(userID)); }
@@ -19,7 +21,7 @@ class UserHint {
   const std::string* explicitUserID() const noexcept { return userID_ ? &*userID_ : nullptr; }
 
   /// Same case and, for explicit users, canonically equal ids.
-  friend bool operator==(const UserHint& a, const UserHint& b) noexcept;
+  friend APPLOGIC_EXPORT bool operator==(const UserHint& a, const UserHint& b) noexcept;
 
  private:
   UserHint() noexcept = default;
@@ -35,7 +37,7 @@ class UserHint {
 /// controllers call it on the thread their service emits on. Implementations must therefore be
 /// safe to call from any thread, must not block for long, and must not call back into the
 /// controller that asks.
-class CurrentUserProvider {
+class APPLOGIC_EXPORT CurrentUserProvider {
  public:
   virtual ~CurrentUserProvider() = default;
 

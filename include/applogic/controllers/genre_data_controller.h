@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "applogic/controllers/services.h"
+#include "applogic/export.h"
 #include "applogic/records/genre.h"
 #include "applogic/records/track.h"
 #include "applogic/rx/observable.h"
@@ -21,7 +22,7 @@ namespace applogic {
 ///
 /// Thread contract: may be called from any thread. The controller applies no scheduler: events
 /// arrive on the thread the service emits on.
-class GenreDataController {
+class APPLOGIC_EXPORT GenreDataController {
  public:
   /// `genreService` must not be null.
   explicit GenreDataController(std::shared_ptr<QAPIGenreService> genreService);

@@ -7,6 +7,7 @@
 
 #include "applogic/controllers/controller_error.h"
 #include "applogic/controllers/giphy_service.h"
+#include "applogic/export.h"
 #include "applogic/foundation/zds_deferred.h"
 #include "applogic/platform/locale.h"
 #include "applogic/records/giphy.h"
@@ -35,7 +36,7 @@ namespace applogic {
 ///
 /// Thread contract: may be called from any thread. The controller applies no scheduler: events
 /// arrive on the thread the service emits on.
-class GiphyDataController {
+class APPLOGIC_EXPORT GiphyDataController {
  public:
   /// The code of this controller's typed error, whose domain is "GiphyDataController".
   using ErrorCode = applogic::ErrorCode;

@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "applogic/export.h"
 #include "applogic/records/giphy.h"
 #include "applogic/rx/observable.h"
 #include "applogic/support/json_fwd.h"
@@ -21,7 +22,7 @@ namespace applogic {
 ///
 /// Thread contract: the operations may be called from any thread; events arrive on a thread of
 /// the service's choosing.
-class GiphyAPIService {
+class APPLOGIC_EXPORT GiphyAPIService {
  public:
   virtual ~GiphyAPIService() = default;
 

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "applogic/controllers/services.h"
+#include "applogic/export.h"
 #include "applogic/records/track.h"
 #include "applogic/rx/observable.h"
 #include "applogic/support/unit.h"
@@ -18,7 +19,7 @@ namespace applogic {
 ///
 /// Thread contract: may be called from any thread. The controller applies no scheduler: events
 /// arrive on the thread the service emits on.
-class PersonalizedDataController {
+class APPLOGIC_EXPORT PersonalizedDataController {
  public:
   /// `personalizedService` must not be null.
   explicit PersonalizedDataController(std::shared_ptr<QAPIPersonalizedService> personalizedService);

@@ -8,6 +8,7 @@
 
 #include "applogic/controllers/controller_error.h"
 #include "applogic/controllers/playlists_service.h"
+#include "applogic/export.h"
 #include "applogic/foundation/serial_queue.h"
 #include "applogic/records/page.h"
 #include "applogic/records/playlist.h"
@@ -33,7 +34,7 @@ namespace applogic {
 ///
 /// Thread contract: operations may be called from any thread. The controller applies no
 /// scheduler: events arrive on the thread the service emits on.
-class PlaylistsDataController {
+class APPLOGIC_EXPORT PlaylistsDataController {
  public:
   /// The code of this controller's typed error, whose domain is "PlaylistsDataController".
   using ErrorCode = applogic::ErrorCode;

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "applogic/export.h"
 #include "applogic/foundation/serial_queue.h"
 #include "applogic/rx/observable.h"
 #include "applogic/support/json_fwd.h"
@@ -13,7 +14,7 @@
 namespace applogic {
 
 /// A width and a height, in points, for asking the service for images of that size.
-struct Size {
+struct APPLOGIC_EXPORT Size {
   float width = 0;
   float height = 0;
 
@@ -35,7 +36,7 @@ struct Size {
 ///
 /// Thread contract: operations may be called from any thread; events arrive on the queue the
 /// request ran on.
-class QAPIPlaylistsService {
+class APPLOGIC_EXPORT QAPIPlaylistsService {
  public:
   virtual ~QAPIPlaylistsService() = default;
 

@@ -6,6 +6,7 @@
 
 #include "applogic/controllers/controller_error.h"
 #include "applogic/controllers/services.h"
+#include "applogic/export.h"
 #include "applogic/records/track.h"
 #include "applogic/rx/observable.h"
 
@@ -19,7 +20,7 @@ namespace applogic {
 ///
 /// Thread contract: may be called from any thread. The controller applies no scheduler: events
 /// arrive on the thread the service emits on.
-class SearchDataController {
+class APPLOGIC_EXPORT SearchDataController {
  public:
   /// The code of this controller's typed error, whose domain is "SearchDataController".
   using ErrorCode = applogic::ErrorCode;

@@ -7,6 +7,7 @@
 #include <boost/json/value.hpp>
 
 #include "applogic/controllers/current_user.h"
+#include "applogic/export.h"
 #include "applogic/rx/observable.h"
 #include "applogic/support/json_fwd.h"
 #include "applogic/support/result.h"
@@ -34,13 +35,13 @@ namespace applogic {
 
 /// One element of a service update stream: whose list changed (`user`) and the new raw answer
 /// for it, or the error that prevented fetching it (`result`).
-struct UserResultUpdate {
+struct APPLOGIC_EXPORT UserResultUpdate {
   UserHint user;
   Result<Json> result;
 };
 
 /// Catalog tracks.
-class QAPITracksService {
+class APPLOGIC_EXPORT QAPITracksService {
  public:
   virtual ~QAPITracksService() = default;
 
@@ -51,7 +52,7 @@ class QAPITracksService {
 };
 
 /// Catalog search.
-class QAPISearchService {
+class APPLOGIC_EXPORT QAPISearchService {
  public:
   virtual ~QAPISearchService() = default;
 
@@ -60,7 +61,7 @@ class QAPISearchService {
 };
 
 /// The signed-in user's charts.
-class QAPIChartsService {
+class APPLOGIC_EXPORT QAPIChartsService {
  public:
   /// What a chart ranks. The controllers use only `tracks`.
   enum class ChartType { tracks, artists, albums };
@@ -80,7 +81,7 @@ class QAPIChartsService {
 };
 
 /// The signed-in user's favourites.
-class QAPIFavoritesService {
+class APPLOGIC_EXPORT QAPIFavoritesService {
  public:
   /// The kind of favourite asked for; the controllers use only `tracks` (index 3).
   enum class AssetFilterType { all = 0, artists = 1, albums = 2, tracks = 3, playlists = 4 };
@@ -95,7 +96,7 @@ class QAPIFavoritesService {
 };
 
 /// The signed-in user's listening history.
-class QAPIListeningHistoryService {
+class APPLOGIC_EXPORT QAPIListeningHistoryService {
  public:
   virtual ~QAPIListeningHistoryService() = default;
 
@@ -110,7 +111,7 @@ class QAPIListeningHistoryService {
 };
 
 /// Catalog genres.
-class QAPIGenreService {
+class APPLOGIC_EXPORT QAPIGenreService {
  public:
   virtual ~QAPIGenreService() = default;
 
@@ -122,7 +123,7 @@ class QAPIGenreService {
 };
 
 /// Recommendations for the signed-in user.
-class QAPIPersonalizedService {
+class APPLOGIC_EXPORT QAPIPersonalizedService {
  public:
   virtual ~QAPIPersonalizedService() = default;
 

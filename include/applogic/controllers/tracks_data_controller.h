@@ -6,6 +6,7 @@
 
 #include "applogic/controllers/controller_error.h"
 #include "applogic/controllers/services.h"
+#include "applogic/export.h"
 #include "applogic/records/track.h"
 #include "applogic/rx/observable.h"
 
@@ -19,7 +20,7 @@ namespace applogic {
 ///
 /// Thread contract: operations may be called from any thread. The controller applies no
 /// scheduler: events arrive on the thread the service emits on.
-class TracksDataController {
+class APPLOGIC_EXPORT TracksDataController {
  public:
   /// The code of this controller's typed error, whose domain is "TracksDataController".
   using ErrorCode = applogic::ErrorCode;

@@ -9,6 +9,7 @@
 #include "applogic/controllers/current_user.h"
 #include "applogic/controllers/services.h"
 #include "applogic/controllers/tracks_data_controller.h"
+#include "applogic/export.h"
 #include "applogic/records/track.h"
 #include "applogic/rx/observable.h"
 #include "applogic/support/unit.h"
@@ -16,7 +17,7 @@
 namespace applogic {
 
 /// An element of the user track update streams: whose list changed and its new tracks.
-struct UserTracksUpdate {
+struct APPLOGIC_EXPORT UserTracksUpdate {
   std::string userID;
   std::vector<Track> tracks;
 
@@ -39,7 +40,7 @@ struct UserTracksUpdate {
 /// Thread contract: operations may be called from any thread. The controller applies no
 /// scheduler: events arrive on the thread the service emits on, and the update streams call
 /// the `CurrentUserProvider` on that thread.
-class UsersTracksDataController {
+class APPLOGIC_EXPORT UsersTracksDataController {
  public:
   /// The code of this controller's typed error, whose domain is "UsersTracksDataController".
   using ErrorCode = applogic::ErrorCode;

@@ -3,6 +3,7 @@
 #include <functional>
 #include <memory>
 
+#include "applogic/export.h"
 #include "applogic/platform/main_thread.h"
 
 namespace applogic {
@@ -19,7 +20,7 @@ namespace applogic {
 /// A small handle: copies refer to the same group, which lives as long as any handle to it.
 ///
 /// Thread contract: every member may be called from any thread, concurrently.
-class DispatchGroup {
+class APPLOGIC_EXPORT DispatchGroup {
  public:
   DispatchGroup();
 

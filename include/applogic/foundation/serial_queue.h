@@ -3,6 +3,8 @@
 #include <memory>
 #include <string>
 
+#include "applogic/export.h"
+
 namespace applogic {
 
 /// A serial work queue, named by a label: the queue a service runs a request's work on when the
@@ -14,7 +16,7 @@ namespace applogic {
 /// live as long as any handle to them.
 ///
 /// Thread contract: immutable; copies may be made, compared and read on any thread.
-class SerialQueue {
+class APPLOGIC_EXPORT SerialQueue {
  public:
   /// A new queue named `label`.
   explicit SerialQueue(std::string label);

@@ -4,6 +4,7 @@
 #include <mutex>
 #include <utility>
 
+#include "applogic/export.h"
 #include "applogic/foundation/zds_deferred.h"
 #include "applogic/rx/observable.h"
 #include "applogic/support/error.h"
@@ -11,7 +12,7 @@
 namespace applogic {
 
 /// Conversions between reactive streams and deferred values. Stateless.
-class ZDSDeferredUtil {
+class APPLOGIC_EXPORT ZDSDeferredUtil {
  public:
   /// The error of a stream that completed without a value: domain "ZDSDeferredUtil", code 1,
   /// no user information.

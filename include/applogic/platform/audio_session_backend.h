@@ -6,19 +6,20 @@
 #include <string_view>
 #include <vector>
 
+#include "applogic/export.h"
 #include "applogic/support/error.h"
 
 namespace applogic::platform {
 
 /// One input or output of an audio route; `portType` names its kind ("Speaker", "Headphones").
-struct AudioSessionPortDescription {
+struct APPLOGIC_EXPORT AudioSessionPortDescription {
   std::string portType;
 
   friend bool operator==(const AudioSessionPortDescription&, const AudioSessionPortDescription&) = default;
 };
 
 /// An audio route: where sound currently comes from and goes to. Either list may be empty.
-struct AudioSessionRouteDescription {
+struct APPLOGIC_EXPORT AudioSessionRouteDescription {
   std::vector<AudioSessionPortDescription> inputs;
   std::vector<AudioSessionPortDescription> outputs;
 
@@ -60,7 +61,7 @@ inline constexpr std::string_view kAudioSessionInterruptionOptionKey = "AVAudioS
 /// Thread contract: members may be called from any thread; the host serialises calls that must
 /// not overlap. Notifications are posted on a thread of the backend's choosing (documented by
 /// each port); the record-permission answer arrives on such a thread too.
-class AudioSessionBackend {
+class APPLOGIC_EXPORT AudioSessionBackend {
  public:
   virtual ~AudioSessionBackend() = default;
 

@@ -5,6 +5,8 @@
 #include <string_view>
 #include <vector>
 
+#include "applogic/export.h"
+
 namespace applogic::platform {
 
 /// Keys of the app's bundle information that the library reads.
@@ -17,7 +19,7 @@ inline constexpr std::string_view kCFBundleURLSchemesKey = "CFBundleURLSchemes";
 ///
 /// Thread contract: implementations are safe to call from any thread, concurrently. The values
 /// are fixed for the life of the object (the information is read once).
-class BundleInfo {
+class APPLOGIC_EXPORT BundleInfo {
  public:
   virtual ~BundleInfo() = default;
 

@@ -2,13 +2,15 @@
 
 #include <chrono>
 
+#include "applogic/export.h"
+
 namespace applogic::platform {
 
 /// The time source of the library: every "now" it needs reads this clock, never the system
 /// clock directly, so that tests can stand exactly on a boundary.
 ///
 /// Thread contract: implementations are safe to call from any thread, concurrently.
-class Clock {
+class APPLOGIC_EXPORT Clock {
  public:
   using TimePoint = std::chrono::system_clock::time_point;
 

@@ -5,12 +5,14 @@
 #include <optional>
 #include <span>
 
+#include "applogic/export.h"
+
 namespace applogic::platform {
 
 /// The platform's cryptographically secure random source.
 ///
 /// Thread contract: implementations are safe to call from any thread, concurrently.
-class SecureRandom {
+class APPLOGIC_EXPORT SecureRandom {
  public:
   virtual ~SecureRandom() = default;
   /// Fills `bytes` with random bytes; false (and `bytes` unspecified) when the source fails.
@@ -20,7 +22,7 @@ class SecureRandom {
 /// The platform's cryptographic primitives.
 ///
 /// Thread contract: implementations are safe to call from any thread, concurrently.
-class Crypto {
+class APPLOGIC_EXPORT Crypto {
  public:
   using Sha256Digest = std::array<std::uint8_t, 32>;
 

@@ -2,12 +2,14 @@
 
 #include <string>
 
+#include "applogic/export.h"
+
 namespace applogic::platform {
 
 /// What the sign-in client tells the server about the machine it runs on.
 ///
 /// Thread contract: implementations are immutable after construction; any thread.
-class DeviceInfo {
+class APPLOGIC_EXPORT DeviceInfo {
  public:
   virtual ~DeviceInfo() = default;
 

@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "applogic/export.h"
 #include "applogic/support/error.h"
 
 namespace applogic::platform {
@@ -20,13 +21,13 @@ using HttpHeader = std::pair<std::string, std::string>;
 using HttpHeaders = std::vector<HttpHeader>;
 
 /// The value of the first header named `name` (ASCII case-insensitive), or absent.
-std::optional<std::string_view> findHttpHeader(const HttpHeaders& headers, std::string_view name);
+APPLOGIC_EXPORT std::optional<std::string_view> findHttpHeader(const HttpHeaders& headers, std::string_view name);
 
 /// What to ask for. A plain value.
 ///
 /// Nothing is ever answered from a local cache: every request goes to the server (the client
 /// keeps no cache at all), which is what the sign-in exchanges need.
-struct HttpRequest {
+struct APPLOGIC_EXPORT HttpRequest {
   /// An absolute http or https address. Anything else fails with `HttpErrorCode::badUrl`.
   std::string url{};
   /// "GET", "POST", "HEAD", or any other token.
@@ -53,7 +54,7 @@ struct HttpRequest {
 /// http one is not followed, and the request fails with `HttpErrorCode::secureConnectionFailed`
 /// (its description names the refused address). Nothing reaches the http address. A request made
 /// over http may be redirected to either scheme.
-struct HttpResponse {
+struct APPLOGIC_EXPORT HttpResponse {
   int statusCode = 0;
   /// The answer's headers as received ("Content-Encoding" included when the body was decoded).
   HttpHeaders headers{};
@@ -90,10 +91,10 @@ enum class HttpErrorCode : std::int64_t {
 };
 
 /// A failure of `kHttpErrorDomain` with `code` and `description` under `kHttpErrorDescriptionKey`.
-Error makeHttpError(HttpErrorCode code, std::string description);
+APPLOGIC_EXPORT Error makeHttpError(HttpErrorCode code, std::string description);
 
 /// The description of `error`: its `kHttpErrorDescriptionKey` text, or empty when it has none.
-std::string httpErrorDescription(const Error& error);
+APPLOGIC_EXPORT std::string httpErrorDescription(const Error& error);
 
 /// What a request reports, connection-style. Each handler may be empty (nothing is called).
 ///
@@ -102,7 +103,7 @@ std::string httpErrorDescription(const Error& error);
 /// arrives (possibly never, when the body is empty), then `onFinish` once; or, at any point
 /// before `onFinish`, `onFailure` once and nothing after it. Nothing is called once the request's
 /// `HttpConnection` has been destroyed, including from inside a handler of that same request.
-struct HttpHandlers {
+struct APPLOGIC_EXPORT HttpHandlers {
   std::function<void(const HttpResponse& response)> onResponse{};
   std::function<void(std::string_view data)> onData{};
   std::function<void(const Error& error)> onFailure{};
@@ -112,13 +113,13 @@ struct HttpHandlers {
 /// A running request. Destroying it cancels the request: the transfer is stopped and no handler
 /// runs after the destructor returns. Destroy it on the main thread (a handler of its own request
 /// may do it). It may outlive its client; it then does nothing.
-class HttpConnection {
+class APPLOGIC_EXPORT HttpConnection {
  public:
   virtual ~HttpConnection() = default;
 };
 
 /// One cookie of the store.
-struct HttpCookie {
+struct APPLOGIC_EXPORT HttpCookie {
   std::string name{};
   std::string value{};
   /// The host (host-only cookie) or the domain (domain cookie) in lower case, without a leading
@@ -144,13 +145,13 @@ struct HttpCookie {
 /// "127.0.0.1", "::1", which count as secure). Host names compare ASCII case-insensitively, ports
 /// are ignored, expiry is not considered. False when `url` is not an
 /// absolute http(s) address. Pure; any thread.
-bool cookieWouldBeSentTo(const HttpCookie& cookie, std::string_view url);
+APPLOGIC_EXPORT bool cookieWouldBeSentTo(const HttpCookie& cookie, std::string_view url);
 
 /// The cookies that the client's requests store and send. Requests store what servers set and
 /// send what matches, like a browser.
 ///
 /// Thread contract: any thread; each call returns when the store has answered.
-class HttpCookieStore {
+class APPLOGIC_EXPORT HttpCookieStore {
  public:
   virtual ~HttpCookieStore() = default;
 
@@ -170,7 +171,7 @@ class HttpCookieStore {
 /// `MainThread` the client was made with. `cookies()` from any thread. Destroy the client on the
 /// main thread: its requests are then cancelled, and no handler runs afterwards, even for
 /// connections that are still held.
-class HttpClient {
+class APPLOGIC_EXPORT HttpClient {
  public:
   virtual ~HttpClient() = default;
 

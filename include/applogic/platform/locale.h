@@ -4,12 +4,14 @@
 #include <optional>
 #include <string>
 
+#include "applogic/export.h"
+
 namespace applogic::platform {
 
 /// The user's locale, as far as the library needs it.
 ///
 /// Thread contract: implementations are safe to call from any thread, concurrently.
-class Locale {
+class APPLOGIC_EXPORT Locale {
  public:
   virtual ~Locale() = default;
 
@@ -21,6 +23,6 @@ class Locale {
 /// The locale of the system the library runs on, from the platform port chosen when the library
 /// was built (on Linux: the POSIX locale variables, see "applogic/platform/posix_locale.h").
 /// Made once, on first use, thread-safely; every call returns the same object.
-std::shared_ptr<const Locale> systemLocale();
+APPLOGIC_EXPORT std::shared_ptr<const Locale> systemLocale();
 
 }  // namespace applogic::platform

@@ -2,6 +2,8 @@
 
 #include <functional>
 
+#include "applogic/export.h"
+
 namespace applogic::platform {
 
 /// The app's main thread, as a queue of work: the one place where platform ports that run a
@@ -10,7 +12,7 @@ namespace applogic::platform {
 /// Thread contract: `post` may be called from any thread, concurrently; the tasks run on the
 /// main thread, one at a time, in the order they were posted. A task may post further tasks;
 /// those run after it returns, never inside it.
-class MainThread {
+class APPLOGIC_EXPORT MainThread {
  public:
   virtual ~MainThread() = default;
 

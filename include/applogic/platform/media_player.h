@@ -6,6 +6,7 @@
 #include <optional>
 #include <string_view>
 
+#include "applogic/export.h"
 #include "applogic/support/url.h"
 
 namespace applogic::platform {
@@ -22,7 +23,7 @@ inline constexpr std::string_view kMediaPlayerItemFailedToPlayToEndTimeNotificat
 /// One piece of media that a player can play. Made by `MediaPlayerFactory::makeItem`; compared
 /// by identity (its address is the object of the player's notifications about it). Immutable;
 /// any thread.
-class MediaPlayerItem {
+class APPLOGIC_EXPORT MediaPlayerItem {
  public:
   virtual ~MediaPlayerItem() = default;
   /// The address the item plays.
@@ -31,7 +32,7 @@ class MediaPlayerItem {
 
 /// The registration of a rate observer. Destroying it ends the observation: once the destructor
 /// returns, the handler is not called again.
-class MediaPlayerRateObservation {
+class APPLOGIC_EXPORT MediaPlayerRateObservation {
  public:
   virtual ~MediaPlayerRateObservation() = default;
 };
@@ -42,7 +43,7 @@ class MediaPlayerRateObservation {
 /// handler and the end notifications arrive on the thread each port documents (the main thread
 /// for the ports that run a thread of their own), and possibly synchronously inside `play`,
 /// `pause` and `replaceCurrentItem`.
-class MediaPlayer {
+class APPLOGIC_EXPORT MediaPlayer {
  public:
   virtual ~MediaPlayer() = default;
 
@@ -80,7 +81,7 @@ class MediaPlayer {
 /// the factory was made with.
 ///
 /// Thread contract: any thread.
-class MediaPlayerFactory {
+class APPLOGIC_EXPORT MediaPlayerFactory {
  public:
   virtual ~MediaPlayerFactory() = default;
   /// A new player with no item.

@@ -8,6 +8,8 @@
 #include <string>
 #include <string_view>
 
+#include "applogic/export.h"
+
 namespace applogic::platform {
 
 /// A notification's user information: values of any copyable type by key. Each notification
@@ -18,7 +20,7 @@ using NotificationUserInfo = std::map<std::string, std::any, std::less<>>;
 ///
 /// `object` identifies the object the notification is about (a media item, a session) by its
 /// address; it is only ever compared, never dereferenced. Null means "about no object".
-struct Notification {
+struct APPLOGIC_EXPORT Notification {
   std::string name;
   const void* object = nullptr;
   NotificationUserInfo userInfo;
@@ -34,7 +36,7 @@ const T* userInfoValue(const Notification& notification, std::string_view key) {
 
 /// The registration of one observer; `NotificationCenter::removeObserver` takes it back. Two
 /// registrations are the same only if they are the same object.
-class NotificationObserver {
+class APPLOGIC_EXPORT NotificationObserver {
  public:
   virtual ~NotificationObserver() = default;
 };
@@ -49,7 +51,7 @@ using NotificationObserverToken = std::shared_ptr<const NotificationObserver>;
 /// lock of the center: handlers may post, add and remove observers. Once `removeObserver`
 /// returns on a thread, that thread's later posts no longer call the removed handler; a post
 /// already running on another thread may still call it once.
-class NotificationCenter {
+class APPLOGIC_EXPORT NotificationCenter {
  public:
   using Handler = std::function<void(const Notification&)>;
 
@@ -69,6 +71,6 @@ class NotificationCenter {
 };
 
 /// A new, empty in-process notification center: the implementation every platform uses.
-std::shared_ptr<NotificationCenter> makeNotificationCenter();
+APPLOGIC_EXPORT std::shared_ptr<NotificationCenter> makeNotificationCenter();
 
 }  // namespace applogic::platform

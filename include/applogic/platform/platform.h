@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "applogic/export.h"
 #include "applogic/platform/audio_session_backend.h"
 #include "applogic/platform/bundle_info.h"
 #include "applogic/platform/clock.h"
@@ -12,10 +13,10 @@
 #include "applogic/platform/device_info.h"
 #include "applogic/platform/http_client.h"
 #include "applogic/platform/locale.h"
-#include "applogic/platform/secure_store.h"
 #include "applogic/platform/main_thread.h"
 #include "applogic/platform/media_player.h"
 #include "applogic/platform/notification_center.h"
+#include "applogic/platform/secure_store.h"
 #include "applogic/platform/sign_in_presenter.h"
 
 namespace applogic::platform {
@@ -24,7 +25,7 @@ namespace applogic::platform {
 /// (`makeLinuxPlatform()` on Linux) and hands it, or the members a class needs, to the library;
 /// tests build their own from the doubles of `applogic_testing`. Each member documents its own
 /// thread contract. A copy shares the same services.
-struct Platform {
+struct APPLOGIC_EXPORT Platform {
   std::shared_ptr<const Clock> clock;
   std::shared_ptr<const Locale> locale;
   std::shared_ptr<const SecureRandom> secureRandom;
@@ -53,7 +54,7 @@ enum class SecureStoreBackend {
 };
 
 /// Options of the Linux ports; every member has a working default.
-struct LinuxPlatformOptions {
+struct APPLOGIC_EXPORT LinuxPlatformOptions {
   /// The host's choice of secure store. It is never changed behind the host's back: when the
   /// keyring is chosen and cannot be reached, the store's calls answer `kNotAvailable` (and try
   /// again on the next call) rather than writing to the SQLite file, so tokens are never split
@@ -78,6 +79,6 @@ struct LinuxPlatformOptions {
 /// The real Linux ports, configured by `options`. The only function that names the Linux types. `mainThread` is a `RunLoop` ("applogic/platform/run_loop.h") whose main
 /// thread is the calling thread; the host runs it there, and gets it typed from
 /// `makeLinuxPlatformWithRunLoop` ("applogic/platform/linux_platform.h").
-Platform makeLinuxPlatform(const LinuxPlatformOptions& options = {});
+APPLOGIC_EXPORT Platform makeLinuxPlatform(const LinuxPlatformOptions& options = {});
 
 }  // namespace applogic::platform

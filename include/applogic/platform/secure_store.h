@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "applogic/export.h"
+
 namespace applogic::platform {
 
 /// Result of a `SecureStore` call: 0 for success, otherwise one of the keychain status codes
@@ -33,7 +35,7 @@ enum class SecureItemAccessible { afterFirstUnlock, whenUnlocked };
 
 /// An item's attributes, or a query over them. In a query every present attribute must match
 /// (`data` may not appear in a query); an item is identified by its class and service.
-struct SecureItem {
+struct APPLOGIC_EXPORT SecureItem {
   std::optional<SecureItemClass> itemClass;
   std::optional<std::string> service;
   std::optional<SecureItemAccessible> accessible;
@@ -56,7 +58,7 @@ enum class SecureItemReturn {
 /// or another non-zero status when the store itself fails.
 ///
 /// Thread contract: implementations are safe to call from any thread, concurrently.
-class SecureStore {
+class APPLOGIC_EXPORT SecureStore {
  public:
   virtual ~SecureStore() = default;
 

@@ -3,6 +3,8 @@
 #include <functional>
 #include <string>
 
+#include "applogic/export.h"
+
 namespace applogic::platform {
 
 /// Shows the authorization server's sign-in page: in the system browser, in another app through
@@ -12,7 +14,7 @@ namespace applogic::platform {
 ///
 /// Thread contract: every method is called on the main thread; the handlers run on the main
 /// thread, never inside the call that installed them.
-class SignInPresenter {
+class APPLOGIC_EXPORT SignInPresenter {
  public:
   virtual ~SignInPresenter() = default;
 
@@ -60,7 +62,7 @@ class SignInPresenter {
 /// A presenter that has only the browser: no other app is offered the sign-in, there is no
 /// in-app browser and no web view, so nothing is ever presented to dismiss and no cancellation
 /// can be reported. Subclasses implement `openURL`. Same thread contract as `SignInPresenter`.
-class BrowserOnlySignInPresenter : public SignInPresenter {
+class APPLOGIC_EXPORT BrowserOnlySignInPresenter : public SignInPresenter {
  public:
   bool canOpenAppURL(const std::string&) const override { return false; }
   bool openAppURL(const std::string&) override { return false; }

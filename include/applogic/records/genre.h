@@ -4,13 +4,14 @@
 #include <string>
 #include <vector>
 
+#include "applogic/export.h"
 #include "applogic/support/json_fwd.h"
 
 namespace applogic {
 
 /// A catalog genre. Plain value with every field readable and writable; genres have no equality
 /// or hash of their own.
-struct Genre {
+struct APPLOGIC_EXPORT Genre {
   std::string id;  ///< Catalog id, normalised by `MOPrefix::fixId` when built.
   std::string name;
   std::string description;
@@ -32,6 +33,6 @@ struct Genre {
 /// {"genres": [genre, ...]} → the genres in the answer's order. Absent when `input` is not an
 /// object or "genres" is missing, null, not an array, or holds an element that is not an object;
 /// an empty array gives an empty list. Pure; any thread.
-std::optional<std::vector<Genre>> GenreResponseToGenres(const Json& input);
+APPLOGIC_EXPORT std::optional<std::vector<Genre>> GenreResponseToGenres(const Json& input);
 
 }  // namespace applogic

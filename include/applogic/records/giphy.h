@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "applogic/export.h"
 #include "applogic/support/json_fwd.h"
 #include "applogic/support/url.h"
 
@@ -27,21 +28,21 @@ enum class GiphyRating { y, g, pg, pg13, r };
 
 /// The rating whose raw string is `raw` ("y", "g", "pg", "pg-13", "r"; exact, case-sensitive),
 /// or absent for any other string.
-[[nodiscard]] std::optional<GiphyRating> giphyRatingFromRaw(std::string_view raw) noexcept;
+[[nodiscard]] APPLOGIC_EXPORT std::optional<GiphyRating> giphyRatingFromRaw(std::string_view raw) noexcept;
 
 /// The raw string of `rating`, as the service writes it ("pg-13" for `pg13`).
-std::string_view rawValue(GiphyRating rating) noexcept;
+APPLOGIC_EXPORT std::string_view rawValue(GiphyRating rating) noexcept;
 
 /// Which kind of rendition a caller wants; the library's operations take `Giphy::Mode`, this
 /// integer-backed twin exists for callers that store the choice as a number.
 enum class GiphyMode : int { still = 0, animated = 1 };
 
 /// `still` for 0, `animated` for 1, absent for any other value (negative ones included).
-[[nodiscard]] std::optional<GiphyMode> giphyModeFromRaw(int raw) noexcept;
+[[nodiscard]] APPLOGIC_EXPORT std::optional<GiphyMode> giphyModeFromRaw(int raw) noexcept;
 
 /// One rendition of a picture: its size in pixels and its address on the media proxy host.
 /// Plain value; any thread.
-struct GiphyImageInfo {
+struct APPLOGIC_EXPORT GiphyImageInfo {
   float width = 0;
   float height = 0;
   /// The rendition's address after the host rewrite; empty when the answer had none.
@@ -67,7 +68,7 @@ struct GiphyImageInfo {
 
   /// `width`, then `height` (as floats: NaN never equals), then `urlString` by canonical
   /// (Unicode-equivalence) equality.
-  friend bool operator==(const GiphyImageInfo& a, const GiphyImageInfo& b) noexcept;
+  friend APPLOGIC_EXPORT bool operator==(const GiphyImageInfo& a, const GiphyImageInfo& b) noexcept;
 };
 
 /// Decides which renditions a parse keeps: called with each rendition's key and info, in the
@@ -79,7 +80,7 @@ using GiphyImageFilter = std::function<bool(std::string_view key, const GiphyIma
 using GiphyImages = std::vector<std::pair<std::string, GiphyImageInfo>>;
 
 /// A Giphy picture. Plain value; any thread.
-struct Giphy {
+struct APPLOGIC_EXPORT Giphy {
   /// Which renditions `getBestFit` chooses among: those whose key contains "still", or the
   /// others. Hashes to its case index.
   enum class Mode { still, animated };
@@ -115,35 +116,35 @@ struct Giphy {
   /// Field by field in declaration order: strings by canonical equality; `images` as a
   /// dictionary (the same keys, canonically, with equal infos, in any order); `rating` and the
   /// optional strings both absent or both present and equal.
-  friend bool operator==(const Giphy& a, const Giphy& b) noexcept;
+  friend APPLOGIC_EXPORT bool operator==(const Giphy& a, const Giphy& b) noexcept;
 };
 
 /// Prints the fields, for diagnostics and test failures.
-std::ostream& operator<<(std::ostream& out, const GiphyImageInfo& info);
-std::ostream& operator<<(std::ostream& out, const Giphy& giphy);
+APPLOGIC_EXPORT std::ostream& operator<<(std::ostream& out, const GiphyImageInfo& info);
+APPLOGIC_EXPORT std::ostream& operator<<(std::ostream& out, const Giphy& giphy);
 
 /// The Giphy serializers. Absent means the answer's top levels did not have the expected shape;
 /// a picture without a string "id" stops the program (see `Giphy::fromRaw`). Pure; any thread.
 
 /// {"data": picture}: the one picture. Absent when `input` is not an object or "data" is not an
 /// object.
-std::optional<Giphy> GiphyResponseToGiphy(const Json& input, const GiphyImageFilter& filterImage = {},
+APPLOGIC_EXPORT std::optional<Giphy> GiphyResponseToGiphy(const Json& input, const GiphyImageFilter& filterImage = {},
                                           std::string_view mediaProxyHost = kDefaultGiphyMediaProxyHost);
 
 /// {"data": [picture, ...]}: every picture, in order (none is skipped). Absent when `input` is not
 /// an object, or "data" is missing, not an array, or holds an element that is not an object; an
 /// empty array gives an empty list.
-std::optional<std::vector<Giphy>> GiphysResponseToGiphy(const Json& input, const GiphyImageFilter& filterImage = {},
+APPLOGIC_EXPORT std::optional<std::vector<Giphy>> GiphysResponseToGiphy(const Json& input, const GiphyImageFilter& filterImage = {},
                                                         std::string_view mediaProxyHost = kDefaultGiphyMediaProxyHost);
 
 }  // namespace applogic
 
 template <>
-struct std::hash<applogic::Giphy::Mode> {
+struct APPLOGIC_EXPORT std::hash<applogic::Giphy::Mode> {
   std::size_t operator()(applogic::Giphy::Mode mode) const noexcept { return static_cast<std::size_t>(mode); }
 };
 
 template <>
-struct std::hash<applogic::GiphyMode> {
+struct APPLOGIC_EXPORT std::hash<applogic::GiphyMode> {
   std::size_t operator()(applogic::GiphyMode mode) const noexcept { return static_cast<std::size_t>(mode); }
 };

@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "applogic/export.h"
 #include "applogic/support/json_fwd.h"
 
 namespace applogic {
@@ -22,7 +23,7 @@ namespace applogic {
 ///
 /// Everything is static; the prefix constants are created once, thread-safely, on first use and
 /// live until the process ends. All functions are pure and may be called from any thread.
-class MOPrefix {
+class APPLOGIC_EXPORT MOPrefix {
  public:
   MOPrefix() = delete;
 

@@ -5,6 +5,7 @@
 #include <optional>
 #include <vector>
 
+#include "applogic/export.h"
 #include "applogic/records/track.h"
 #include "applogic/support/json_fwd.h"
 
@@ -14,7 +15,7 @@ namespace applogic {
 /// longer list the answer holds. -1 means "not known"; 0 is a real count or position.
 ///
 /// Plain value; equal when all four fields are equal.
-struct Metadata {
+struct APPLOGIC_EXPORT Metadata {
   std::int64_t queryLimit = -1;     ///< "meta"."query"."limit": the limit the request asked for.
   std::int64_t queryOffset = -1;    ///< "meta"."query"."offset": the offset the request asked for.
   std::int64_t returnedCount = -1;  ///< "meta"."returnedCount": how many items this answer holds.
@@ -29,7 +30,7 @@ struct Metadata {
 };
 
 /// Prints the four fields, for diagnostics and test failures.
-std::ostream& operator<<(std::ostream& out, const Metadata& metadata);
+APPLOGIC_EXPORT std::ostream& operator<<(std::ostream& out, const Metadata& metadata);
 
 /// One slice of a longer list: its paging block and what the answer held. The caller finds the
 /// next slice from `metadata` (for example at `queryOffset + returnedCount`); nothing here keeps
@@ -44,11 +45,11 @@ struct Page {
 
 /// `Metadata::fromRaw` of `input`; absent only when `input` is not an object (an object without
 /// "meta" gives four -1 values). Pure; any thread.
-std::optional<Metadata> V2ResponseToMetaData(const Json& input);
+APPLOGIC_EXPORT std::optional<Metadata> V2ResponseToMetaData(const Json& input);
 
 /// {"meta": {...}, "tracks": [track, ...]} → the page of a playlist's tracks: the answer's
 /// paging block and `PlaylistTracksResponseToTracks` of the answer. Absent when `input` is not
 /// an object or its tracks do not parse (the paging block is then dropped). Pure; any thread.
-std::optional<Page<std::vector<Track>>> PlaylistTracksResponseToPageTracks(const Json& input);
+APPLOGIC_EXPORT std::optional<Page<std::vector<Track>>> PlaylistTracksResponseToPageTracks(const Json& input);
 
 }  // namespace applogic

@@ -8,12 +8,13 @@
 #include <variant>
 #include <vector>
 
+#include "applogic/export.h"
 #include "applogic/support/json_fwd.h"
 
 namespace applogic {
 
 /// A stored picture attached to a playlist. Plain value; every field readable and writable.
-struct DisplayImage {
+struct APPLOGIC_EXPORT DisplayImage {
   std::string id;  ///< Stored as received, not normalised.
   std::int64_t version = 0;
   bool isDefault = false;
@@ -26,18 +27,18 @@ struct DisplayImage {
   static DisplayImage fromRaw(const JsonObject& raw);
 
   /// Field by field, strings by canonical (Unicode-equivalence) equality.
-  friend bool operator==(const DisplayImage& a, const DisplayImage& b) noexcept;
+  friend APPLOGIC_EXPORT bool operator==(const DisplayImage& a, const DisplayImage& b) noexcept;
 };
 
 /// True exactly when `raw`."imageType" is the string "displayImage" (case-sensitive).
-bool IsRawDisplayImage(const JsonObject& raw) noexcept;
+APPLOGIC_EXPORT bool IsRawDisplayImage(const JsonObject& raw) noexcept;
 
 /// True exactly when `raw`."imageType" is the string "giphyImage" (case-sensitive).
-bool IsRawGiphyImage(const JsonObject& raw) noexcept;
+APPLOGIC_EXPORT bool IsRawGiphyImage(const JsonObject& raw) noexcept;
 
 /// One image of a playlist: either a stored picture (`display`) or a reference to a Giphy
 /// animation by its Giphy id (`giphy`). Plain value.
-class PlaylistImage {
+class APPLOGIC_EXPORT PlaylistImage {
  public:
   static PlaylistImage display(DisplayImage image);
   static PlaylistImage giphy(std::string giphyID);
@@ -57,7 +58,7 @@ class PlaylistImage {
 
   /// Equal when both are stored pictures that are equal, or both are Giphy references whose ids
   /// are canonically equal; a stored picture never equals a Giphy reference.
-  friend bool operator==(const PlaylistImage& a, const PlaylistImage& b) noexcept;
+  friend APPLOGIC_EXPORT bool operator==(const PlaylistImage& a, const PlaylistImage& b) noexcept;
 
  private:
   explicit PlaylistImage(std::variant<DisplayImage, std::string> image) : image_(std::move(image)) {}
@@ -67,7 +68,7 @@ class PlaylistImage {
 
 /// A user playlist with its images. Plain value; every field readable and writable (a written
 /// `id` is stored as given, not normalised).
-struct Playlist {
+struct APPLOGIC_EXPORT Playlist {
   std::string id;  ///< Catalog id, normalised by `MOPrefix::fixId` when built.
   std::string name;
   std::optional<std::vector<std::string>> trackIds;  ///< Never filled from an answer.
@@ -107,24 +108,24 @@ struct Playlist {
 
   /// Field by field in declaration order, strings by canonical equality; an optional field
   /// matches when both are absent, or both present and equal (lists element by element).
-  friend bool operator==(const Playlist& a, const Playlist& b) noexcept;
+  friend APPLOGIC_EXPORT bool operator==(const Playlist& a, const Playlist& b) noexcept;
 };
 
 /// Print the values, for diagnostics and test failures.
-std::ostream& operator<<(std::ostream& out, const DisplayImage& image);
-std::ostream& operator<<(std::ostream& out, const PlaylistImage& image);
-std::ostream& operator<<(std::ostream& out, const Playlist& playlist);
+APPLOGIC_EXPORT std::ostream& operator<<(std::ostream& out, const DisplayImage& image);
+APPLOGIC_EXPORT std::ostream& operator<<(std::ostream& out, const PlaylistImage& image);
+APPLOGIC_EXPORT std::ostream& operator<<(std::ostream& out, const Playlist& playlist);
 
 /// {"playlists": [playlist, ...]} → `Playlist::fromRaw` of each element, in order. Absent when
 /// `input` is not an object or "playlists" is missing, null, not an array, or holds an element
 /// that is not an object; an empty array gives an empty list. Stops the program where
 /// `Playlist::fromRaw` does. Pure; any thread.
-std::optional<std::vector<Playlist>> PlaylistsResponseToPlaylists(const Json& input);
+APPLOGIC_EXPORT std::optional<std::vector<Playlist>> PlaylistsResponseToPlaylists(const Json& input);
 
 /// {"images": [image, ...]} → the images, in order, by `PlaylistImage::create`; elements that
 /// are not images are skipped. Absent when `input` is not an object or "images" is missing,
 /// null, not an array, or holds an element that is not an object; an empty array gives an empty
 /// list. Stops the program where `PlaylistImage::create` does. Pure; any thread.
-std::optional<std::vector<PlaylistImage>> PlaylistImagesResponseToPlaylistImage(const Json& input);
+APPLOGIC_EXPORT std::optional<std::vector<PlaylistImage>> PlaylistImagesResponseToPlaylistImage(const Json& input);
 
 }  // namespace applogic

@@ -6,6 +6,7 @@
 #include <iosfwd>
 #include <string>
 
+#include "applogic/export.h"
 #include "applogic/support/json_fwd.h"
 
 namespace applogic {
@@ -16,7 +17,7 @@ namespace applogic {
 /// `isExplicit` is the explicit-lyrics flag, named "explicit" in the answers; the C++ keyword
 /// forbids that name here. Every other field has the answer's name, except that the record
 /// spells `artistID`/`albumID` where the answers write "artistId"/"albumId".
-struct Track {
+struct APPLOGIC_EXPORT Track {
   std::string id;  ///< Catalog id, normalised by `MOPrefix::fixId` when built.
   std::string name;
   std::int64_t playbackSeconds = 0;  ///< Duration in whole seconds.
@@ -47,17 +48,17 @@ struct Track {
   static Track fromRaw(const Json& raw);
 
   /// Field by field in declaration order, strings by canonical (Unicode-equivalence) equality.
-  friend bool operator==(const Track& a, const Track& b) noexcept;
+  friend APPLOGIC_EXPORT bool operator==(const Track& a, const Track& b) noexcept;
 };
 
 /// Prints the ten fields, for diagnostics and test failures.
-std::ostream& operator<<(std::ostream& out, const Track& track);
+APPLOGIC_EXPORT std::ostream& operator<<(std::ostream& out, const Track& track);
 
 }  // namespace applogic
 
 /// The XOR of the fields' hashes, strings hashed by their canonical form, so that equal tracks
 /// hash equal.
 template <>
-struct std::hash<applogic::Track> {
+struct APPLOGIC_EXPORT std::hash<applogic::Track> {
   std::size_t operator()(const applogic::Track& track) const noexcept;
 };

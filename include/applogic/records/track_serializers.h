@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "applogic/export.h"
 #include "applogic/records/track.h"
 #include "applogic/support/json_fwd.h"
 
@@ -22,29 +23,29 @@ class UserHint;
 /// may run on any thread.
 
 /// {"tracks": [track, ...]}
-std::optional<std::vector<Track>> TracksResponseToTracks(const Json& input);
+APPLOGIC_EXPORT std::optional<std::vector<Track>> TracksResponseToTracks(const Json& input);
 
 /// {"tracks": [track, ...]}, the tracks of a playlist.
-std::optional<std::vector<Track>> PlaylistTracksResponseToTracks(const Json& input);
+APPLOGIC_EXPORT std::optional<std::vector<Track>> PlaylistTracksResponseToTracks(const Json& input);
 
 /// {"data": [track, ...]}
-std::optional<std::vector<Track>> SearchTracksResponseToTracks(const Json& input);
+APPLOGIC_EXPORT std::optional<std::vector<Track>> SearchTracksResponseToTracks(const Json& input);
 
 /// Always the same result as `TracksResponseToTracks` for the same input.
-std::optional<std::vector<Track>> ListeningHistoryResponseToTracksSerializer(const Json& input);
+APPLOGIC_EXPORT std::optional<std::vector<Track>> ListeningHistoryResponseToTracksSerializer(const Json& input);
 
 /// {"charts": [{"linked": {"tracks": [track, ...]}}, ...]}: the first linked track of each chart
 /// entry. An entry whose "linked" is not an object, whose "linked"."tracks" is not an array of
 /// objects, or whose "linked"."tracks" is empty, is skipped; further linked tracks are ignored.
-std::optional<std::vector<Track>> UserTopChartTracksResponseToTracksSerializer(const Json& input);
+APPLOGIC_EXPORT std::optional<std::vector<Track>> UserTopChartTracksResponseToTracksSerializer(const Json& input);
 
 /// {"favorites": [{"linked": {"tracks": [track, ...]}}, ...]}, with the rules of the chart
 /// serializer.
-std::optional<std::vector<Track>> FavoriteResponseToTracksSerializer(const Json& input);
+APPLOGIC_EXPORT std::optional<std::vector<Track>> FavoriteResponseToTracksSerializer(const Json& input);
 
 /// The id of the user that `hint` names: the explicit id unchanged, or the provider's signed-in
 /// user. A signed-in-user hint while nobody is signed in is a programming error of the caller
 /// and stops the program (`fatalError`); there is no fallback.
-std::string UserHintToUserID(const UserHint& hint, const CurrentUserProvider& provider);
+APPLOGIC_EXPORT std::string UserHintToUserID(const UserHint& hint, const CurrentUserProvider& provider);
 
 }  // namespace applogic

@@ -7,12 +7,14 @@
 #include <utility>
 #include <vector>
 
+#include "applogic/export.h"
+
 namespace applogic::rx {
 
 namespace detail {
 
 /// Anything that can be told to stop: a subscription stage, a resource, a composite.
-class DisposableBase {
+class APPLOGIC_EXPORT DisposableBase {
  public:
   virtual ~DisposableBase() = default;
   /// Idempotent; may be called from any thread.
@@ -35,7 +37,7 @@ class DisposeBag;
 ///
 /// A default-constructed handle refers to nothing and counts as disposed. Copies refer to the
 /// same target. `dispose()` and `isDisposed()` are thread-safe.
-class Disposable {
+class APPLOGIC_EXPORT Disposable {
  public:
   Disposable() noexcept = default;
 
@@ -81,7 +83,7 @@ class Disposable {
 
 /// Owns a group of handles; disposing it disposes every handle in it and every handle added
 /// later. Thread-safe.
-class CompositeDisposable final : public detail::DisposableBase {
+class APPLOGIC_EXPORT CompositeDisposable final : public detail::DisposableBase {
  public:
   void add(Disposable handle) {
     {
@@ -118,7 +120,7 @@ class CompositeDisposable final : public detail::DisposableBase {
 
 /// Ends the subscriptions it holds when its owner goes (on destruction). Not copyable.
 /// `insert` is thread-safe.
-class DisposeBag {
+class APPLOGIC_EXPORT DisposeBag {
  public:
   DisposeBag() : composite_(std::make_shared<CompositeDisposable>()) {}
   ~DisposeBag() { composite_->dispose(); }
@@ -135,7 +137,7 @@ inline void Disposable::disposed(DisposeBag& bag) const { bag.insert(*this); }
 
 namespace detail {
 
-class ActionDisposable final : public DisposableBase {
+class APPLOGIC_EXPORT ActionDisposable final : public DisposableBase {
  public:
   explicit ActionDisposable(std::function<void()> action) : action_(std::move(action)) {}
   void dispose() noexcept override {

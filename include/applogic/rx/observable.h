@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "applogic/export.h"
 #include "applogic/rx/disposable.h"
 #include "applogic/support/error.h"
 
@@ -74,7 +75,7 @@ using Guard = std::lock_guard<Lock>;
 
 /// Holds one handle that arrives once (the subscription above a stage, or a `create` resource)
 /// and is disposed once: by `close()`, or on arrival when the slot was closed first.
-class DisposableSlot {
+class APPLOGIC_EXPORT DisposableSlot {
  public:
   void set(Disposable handle) {
     {
@@ -105,7 +106,7 @@ class DisposableSlot {
 
 /// The current-thread scheduler: the outermost `schedule` on a thread runs its task at once and
 /// then every task scheduled meanwhile, in order; a nested `schedule` only queues.
-class Trampoline {
+class APPLOGIC_EXPORT Trampoline {
  public:
   class Task {
    public:
@@ -782,7 +783,7 @@ class InnerObservableSource final : public Source<U> {
   F transform_;
 };
 
-struct Identity {
+struct APPLOGIC_EXPORT Identity {
   template <class V>
   const V& operator()(const V& value) const noexcept {
     return value;

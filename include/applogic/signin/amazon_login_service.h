@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "applogic/export.h"
 #include "applogic/signin/client/ai_mobile_lib.h"
 #include "applogic/signin/client/api_result.h"
 #include "applogic/support/error.h"
@@ -15,7 +16,7 @@
 namespace applogic::signin {
 
 /// What a successful sign-in hands the app. Plain value; equal field by field.
-struct AmazonLoginInfo {
+struct APPLOGIC_EXPORT AmazonLoginInfo {
   std::string email;
   std::string userID;
   std::string accessToken;
@@ -48,7 +49,7 @@ class AmazonLoginServiceDelegate : public AIAuthenticationDelegate {
 
 /// Turns the sign-in client's answer to `authorizeUserForScopes` into closures: `success()` for
 /// any result (the result is ignored).
-class AmazonLoginServiceAuthDelegate final : public AmazonLoginServiceDelegate<void()> {
+class APPLOGIC_EXPORT AmazonLoginServiceAuthDelegate final : public AmazonLoginServiceDelegate<void()> {
  public:
   using AmazonLoginServiceDelegate::AmazonLoginServiceDelegate;
   void requestDidSucceed(const APIResult& result) override;
@@ -57,7 +58,7 @@ class AmazonLoginServiceAuthDelegate final : public AmazonLoginServiceDelegate<v
 /// Turns the answer to `getAccessTokenForScopes` into closures: a string result goes to
 /// `success(token)`; any other non-null result to `failure` with no error. A null result is a
 /// programming error of the client (`fatalError`).
-class AmazonLoginServiceGetAccessTokenDelegate final : public AmazonLoginServiceDelegate<void(std::string)> {
+class APPLOGIC_EXPORT AmazonLoginServiceGetAccessTokenDelegate final : public AmazonLoginServiceDelegate<void(std::string)> {
  public:
   using AmazonLoginServiceDelegate::AmazonLoginServiceDelegate;
   void requestDidSucceed(const APIResult& result) override;
@@ -66,7 +67,7 @@ class AmazonLoginServiceGetAccessTokenDelegate final : public AmazonLoginService
 /// Turns the answer to `getProfile` into closures: an object result goes to `success(profile)`
 /// (a JSON object: keys are always strings); a null or non-object result is a programming error
 /// of the client (`fatalError`).
-class AmazonLoginServiceGetProfileDelegate final : public AmazonLoginServiceDelegate<void(JsonObject)> {
+class APPLOGIC_EXPORT AmazonLoginServiceGetProfileDelegate final : public AmazonLoginServiceDelegate<void(JsonObject)> {
  public:
   using AmazonLoginServiceDelegate::AmazonLoginServiceDelegate;
   void requestDidSucceed(const APIResult& result) override;
@@ -87,7 +88,7 @@ class AmazonLoginServiceGetProfileDelegate final : public AmazonLoginServiceDele
 /// Thread contract: main thread only, like the sign-in client. Failures of the sign-in, of the
 /// token and of the profile are reported from inside the client's answer, on the main thread;
 /// a success is posted to the client's `MainThread` once both requests have answered.
-class AmazonLoginService : public std::enable_shared_from_this<AmazonLoginService> {
+class APPLOGIC_EXPORT AmazonLoginService : public std::enable_shared_from_this<AmazonLoginService> {
  public:
   using LoginCompletion = std::function<void(Result<AmazonLoginInfo>)>;
   /// (access token, e-mail, error): (token, email, absent) on success, (absent, absent, error) on

@@ -6,6 +6,8 @@
 #include <string>
 #include <variant>
 
+#include "applogic/export.h"
+
 namespace applogic {
 
 /// One value of an error's user information: a number or a text.
@@ -15,7 +17,7 @@ using ErrorInfoValue = std::variant<std::int64_t, std::string>;
 ///
 /// Reactive streams fail with it and the library's own errors are built from it. Two errors are
 /// equal when domain, code and user information are all equal. Plain value; any thread.
-struct Error {
+struct APPLOGIC_EXPORT Error {
   std::string domain;
   std::int64_t code = 0;
   std::map<std::string, ErrorInfoValue, std::less<>> userInfo;
@@ -24,6 +26,6 @@ struct Error {
 };
 
 /// Prints `domain (code)` and the user information, for diagnostics and test failures.
-std::ostream& operator<<(std::ostream& out, const Error& error);
+APPLOGIC_EXPORT std::ostream& operator<<(std::ostream& out, const Error& error);
 
 }  // namespace applogic

@@ -6,6 +6,7 @@
 
 #include <boost/json/value.hpp>
 
+#include "applogic/export.h"
 #include "applogic/support/json_fwd.h"
 
 /// The one set of typed lookups that every parser uses, so that all of them follow the same rules:
@@ -27,25 +28,25 @@ inline const JsonArray* array(const Json& value) noexcept { return value.if_arra
 
 /// The value as an array whose every element is an object, or null otherwise. An empty array
 /// qualifies.
-const JsonArray* arrayOfObjects(const Json& value) noexcept;
+APPLOGIC_EXPORT const JsonArray* arrayOfObjects(const Json& value) noexcept;
 
 /// The member `key`, or null when it is missing or JSON null.
-const Json* member(const JsonObject& object, std::string_view key) noexcept;
+APPLOGIC_EXPORT const Json* member(const JsonObject& object, std::string_view key) noexcept;
 
-std::optional<std::string_view> string(const Json& value) noexcept;
-std::optional<std::int64_t> integer(const Json& value) noexcept;
-std::optional<bool> boolean(const Json& value) noexcept;
+APPLOGIC_EXPORT std::optional<std::string_view> string(const Json& value) noexcept;
+APPLOGIC_EXPORT std::optional<std::int64_t> integer(const Json& value) noexcept;
+APPLOGIC_EXPORT std::optional<bool> boolean(const Json& value) noexcept;
 
-std::optional<std::string_view> string(const JsonObject& object, std::string_view key) noexcept;
-std::optional<std::int64_t> integer(const JsonObject& object, std::string_view key) noexcept;
-std::optional<bool> boolean(const JsonObject& object, std::string_view key) noexcept;
-const JsonObject* object(const JsonObject& object, std::string_view key) noexcept;
-const JsonArray* array(const JsonObject& object, std::string_view key) noexcept;
-const JsonArray* arrayOfObjects(const JsonObject& object, std::string_view key) noexcept;
+APPLOGIC_EXPORT std::optional<std::string_view> string(const JsonObject& object, std::string_view key) noexcept;
+APPLOGIC_EXPORT std::optional<std::int64_t> integer(const JsonObject& object, std::string_view key) noexcept;
+APPLOGIC_EXPORT std::optional<bool> boolean(const JsonObject& object, std::string_view key) noexcept;
+APPLOGIC_EXPORT const JsonObject* object(const JsonObject& object, std::string_view key) noexcept;
+APPLOGIC_EXPORT const JsonArray* array(const JsonObject& object, std::string_view key) noexcept;
+APPLOGIC_EXPORT const JsonArray* arrayOfObjects(const JsonObject& object, std::string_view key) noexcept;
 
 /// The answer's list: `value` as an object, then its member `key` as an array of objects; null
 /// when either step fails. The first two steps of every list serializer.
-const JsonArray* arrayOfObjects(const Json& value, std::string_view key) noexcept;
+APPLOGIC_EXPORT const JsonArray* arrayOfObjects(const Json& value, std::string_view key) noexcept;
 
 /// The element at `index` of an array already known to hold only objects.
 inline const JsonObject& objectAt(const JsonArray& objects, std::size_t index) noexcept {

@@ -3,11 +3,13 @@
 #include <memory>
 #include <string_view>
 
+#include "applogic/export.h"
+
 namespace applogic {
 
 /// Where the library's fixed diagnostic lines go (the platform log). The library writes only
 /// the few lines its contract names; everything else is reported as values.
-class LogSink {
+class APPLOGIC_EXPORT LogSink {
  public:
   virtual ~LogSink() = default;
   /// Receives one line, without a trailing newline. May be called from any thread.
@@ -15,15 +17,15 @@ class LogSink {
 };
 
 /// Writes one line to the installed sink (standard error when none is installed).
-void log(std::string_view line);
+APPLOGIC_EXPORT void log(std::string_view line);
 
 /// Installs `sink` as the process's log sink and returns the previous one (null for the
 /// default). Passing null restores standard error. Thread-safe. Hosts call it once at start;
 /// tests use `ScopedLogSink`.
-std::shared_ptr<LogSink> setLogSink(std::shared_ptr<LogSink> sink);
+APPLOGIC_EXPORT std::shared_ptr<LogSink> setLogSink(std::shared_ptr<LogSink> sink);
 
 /// Installs a sink for the lifetime of the object and restores the previous one after.
-class ScopedLogSink {
+class APPLOGIC_EXPORT ScopedLogSink {
  public:
   explicit ScopedLogSink(std::shared_ptr<LogSink> sink) : previous_(setLogSink(std::move(sink))) {}
   ~ScopedLogSink() { setLogSink(std::move(previous_)); }

@@ -6,6 +6,8 @@
 #include <string_view>
 #include <utility>
 
+#include "applogic/export.h"
+
 namespace applogic {
 
 /// An address known to be a URI reference (RFC 3986): absolute ("https://host/path") or relative
@@ -14,7 +16,7 @@ namespace applogic {
 /// it apart.
 ///
 /// Plain value: copy it, compare it (byte equality of the texts). Any thread.
-class Url {
+class APPLOGIC_EXPORT Url {
  public:
   /// `text` as an address, or absent when it is empty or not a URI reference (a space, a bad
   /// percent-escape, a malformed authority ...). Never throws.
@@ -31,6 +33,6 @@ class Url {
 };
 
 /// Prints the text.
-std::ostream& operator<<(std::ostream& out, const Url& url);
+APPLOGIC_EXPORT std::ostream& operator<<(std::ostream& out, const Url& url);
 
 }  // namespace applogic

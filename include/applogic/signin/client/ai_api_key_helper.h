@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "applogic/export.h"
 #include "applogic/platform/bundle_info.h"
 #include "applogic/platform/crypto.h"
 #include "applogic/signin/client/ai_app_info.h"
@@ -28,10 +29,10 @@ enum class AIAPIKeyProblem {
 };
 
 /// A short English description of `problem` ("bad signature", "too few parts"...).
-std::string_view describe(AIAPIKeyProblem problem);
+APPLOGIC_EXPORT std::string_view describe(AIAPIKeyProblem problem);
 
 /// The outcome of checking an API key: the app information when valid, otherwise why not.
-struct AIAPIKeyCheck {
+struct APPLOGIC_EXPORT AIAPIKeyCheck {
   AIAPIKeyProblem problem = AIAPIKeyProblem::none;
   std::optional<AIAppInfo> appInfo;
 };
@@ -51,7 +52,7 @@ struct AIAPIKeyCheck {
 /// "endpoints" that is not an object counts as absent).
 ///
 /// Thread contract: immutable; any thread.
-class AIAPIKeyHelper {
+class APPLOGIC_EXPORT AIAPIKeyHelper {
  public:
   /// `crypto` verifies signatures (null: every key fails); `bundleInfo` answers the bundle's
   /// values (null: none); `configuration` gives the public key and the production addresses.

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "applogic/export.h"
 #include "applogic/signin/client/ai_api_key_helper.h"
 #include "applogic/signin/client/ai_app_info.h"
 
@@ -23,7 +24,7 @@ namespace applogic::signin {
 ///
 /// Thread contract: any thread; the maps are guarded by the object's own lock. Two threads that
 /// check the same new key at the same time may both verify it.
-class AIAppIdentifier {
+class APPLOGIC_EXPORT AIAppIdentifier {
  public:
   AIAppIdentifier() = default;
   AIAppIdentifier(const AIAppIdentifier&) = delete;

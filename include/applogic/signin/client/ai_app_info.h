@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "applogic/export.h"
 #include "applogic/signin/client/client_configuration.h"
 
 namespace applogic::signin {
@@ -16,7 +17,7 @@ namespace applogic::signin {
 /// "https"; otherwise, and when none is given, the configuration's production address is used.
 /// Absent string fields were not in the key; missing lists are empty. Equal when every field is
 /// equal. Plain value; any thread.
-class AIAppInfo {
+class APPLOGIC_EXPORT AIAppInfo {
  public:
   /// `initWithAppId:packageName:scopes:permissions:clientId:`.
   AIAppInfo(const ClientConfiguration& configuration, std::optional<std::string> appId,

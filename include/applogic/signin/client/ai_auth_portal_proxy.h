@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "applogic/export.h"
 #include "applogic/signin/client/ai_call_context.h"
 #include "applogic/signin/client/ai_client_services.h"
 #include "applogic/signin/client/ai_exchange_retriever.h"
@@ -26,7 +27,7 @@ namespace applogic::signin {
 ///
 /// Thread contract: main thread only (checked in debug builds), apart from `authPortalProxy` and
 /// `resetSharedInstance`, which any thread may call.
-class AIAuthPortalProxy : public std::enable_shared_from_this<AIAuthPortalProxy> {
+class APPLOGIC_EXPORT AIAuthPortalProxy : public std::enable_shared_from_this<AIAuthPortalProxy> {
  public:
   /// The shared instance; made from `services` when there is none (later calls ignore the
   /// argument). Thread-safe.

@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "applogic/export.h"
 #include "applogic/platform/http_client.h"
 #include "applogic/signin/client/ai_call_context.h"
 #include "applogic/signin/client/ai_client_services.h"
@@ -29,7 +30,7 @@ using AIParameters = std::map<std::string, std::string, std::less<>>;
 /// parameters and writes empty device fields into the User-Agent.
 ///
 /// Thread contract: main thread.
-class AIAuthPortalRequest {
+class APPLOGIC_EXPORT AIAuthPortalRequest {
  public:
   explicit AIAuthPortalRequest(std::shared_ptr<const AIClientServices> services);
   virtual ~AIAuthPortalRequest() = default;
@@ -69,7 +70,7 @@ class AIAuthPortalRequest {
 
 /// The sign-in page request: the base parameters with `mParams` over them. Made only by
 /// `initWithCallContext` and `initWithCallContextSSO`.
-class AI3POpenIdRequest final : public AIAuthPortalRequest {
+class APPLOGIC_EXPORT AI3POpenIdRequest final : public AIAuthPortalRequest {
  public:
   /// The ordinary request. Without a redirect address (`AIUtils::getRedirectToUrl`), writes code
   /// 6 "Redirect to uri is invalid." into the context's error and answers null; without a client
@@ -105,7 +106,7 @@ class AI3POpenIdRequest final : public AIAuthPortalRequest {
 
 /// A request that spends a token at the server (`requestToken`): the base parameters plus
 /// "code_verifier" (the shared proof key's verifier, when it has one).
-class AIExchangeRequest : public AIAuthPortalRequest {
+class APPLOGIC_EXPORT AIExchangeRequest : public AIAuthPortalRequest {
  public:
   AIExchangeRequest(std::shared_ptr<const AIClientServices> services, std::shared_ptr<const AIToken> requestToken);
 
@@ -133,7 +134,7 @@ class AIExchangeRequest : public AIAuthPortalRequest {
 /// Adds "client_id", "code", "grant_type" = "authorization_code" and "redirect_uri", and the
 /// header "Content-Type: application/x-www-form-urlencoded". Without a client id: code 6 "Client
 /// id is invalid." and no parameters; without a code: no parameters.
-class AICodeExchangeRequest final : public AIExchangeRequest {
+class APPLOGIC_EXPORT AICodeExchangeRequest final : public AIExchangeRequest {
  public:
   using AIExchangeRequest::AIExchangeRequest;
   AIParameters getParameters(const AICallContext& context) const override;
@@ -146,7 +147,7 @@ class AICodeExchangeRequest final : public AIExchangeRequest {
 /// "refresh_token"; no header of its own (the form content type comes from the HTTP client).
 /// Without a client id: code 6 "Client id is invalid." and no parameters; without a token: no
 /// parameters.
-class AIAccessTokenRequest final : public AIExchangeRequest {
+class APPLOGIC_EXPORT AIAccessTokenRequest final : public AIExchangeRequest {
  public:
   using AIExchangeRequest::AIExchangeRequest;
   AIParameters getParameters(const AICallContext& context) const override;
@@ -156,7 +157,7 @@ class AIAccessTokenRequest final : public AIExchangeRequest {
 /// Fetches the profile, GET, with the base parameters and "code_verifier" as the query and the
 /// header "Authorization: Bearer <access token>". The address is `profileEndpoint` of the
 /// context's sandbox option and the sign-in page address.
-class AIProfileExchangerRequest final : public AIExchangeRequest {
+class APPLOGIC_EXPORT AIProfileExchangerRequest final : public AIExchangeRequest {
  public:
   using AIExchangeRequest::AIExchangeRequest;
   void addHeaders(platform::HttpHeaders& headers) const override;

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "applogic/export.h"
 #include "applogic/signin/client/ai_error.h"
 #include "applogic/signin/client/api_result.h"
 #include "applogic/support/json.h"
@@ -38,7 +39,7 @@ enum class AICallMethod {
 /// wait on them.
 ///
 /// Thread contract: main thread.
-class AICallContext {
+class APPLOGIC_EXPORT AICallContext {
  public:
   /// `initWithSelector:withAuthenticationDelegate:withOverrideParams:withOptions:withErrorObject:andScopes:`.
   /// `error` null gets a new "No error" object. `UID` is the call's fresh UUID string

@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "applogic/export.h"
 #include "applogic/platform/platform.h"
 #include "applogic/signin/client/ai_spop.h"
 #include "applogic/signin/client/ai_token_manager.h"
@@ -15,7 +16,7 @@ namespace applogic::signin {
 /// the requests and the exchangers.
 ///
 /// Thread contract: immutable after construction; the services keep their own contracts.
-class AIClientServices {
+class APPLOGIC_EXPORT AIClientServices {
  public:
   AIClientServices(platform::Platform platform, ClientConfiguration configuration)
       : platform_(std::move(platform)), utils_(platform_, std::move(configuration)) {}

@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "applogic/export.h"
+
 namespace applogic::signin {
 
 /// Error codes of the account sign-in client (`AIError::code()`).
@@ -49,7 +51,7 @@ inline constexpr std::string_view kAIMessageMissingCodeChallenge =
 /// overwrites an earlier one. Equal when codes and messages are equal.
 ///
 /// Plain value; not synchronised (the sign-in client is confined to the main thread).
-class AIError {
+class APPLOGIC_EXPORT AIError {
  public:
   /// Code 0 with "No error" (`initWithErrorNone`).
   AIError();

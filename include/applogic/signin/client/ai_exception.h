@@ -3,6 +3,8 @@
 #include <exception>
 #include <string>
 
+#include "applogic/export.h"
+
 namespace applogic::signin {
 
 /// Root of the sign-in client's exceptions. These never leave the client: only
@@ -13,7 +15,7 @@ namespace applogic::signin {
 ///
 /// An exception carries the failure's text as its name (also returned by `what()`) and a reason,
 /// which the storage leaves empty.
-class AIException : public std::exception {
+class APPLOGIC_EXPORT AIException : public std::exception {
  public:
   explicit AIException(std::string name, std::string reason = {})
       : name_(std::move(name)), reason_(std::move(reason)) {}
@@ -27,19 +29,19 @@ class AIException : public std::exception {
   std::string reason_;
 };
 
-class AIAuthPortalProxyException : public AIException {
+class APPLOGIC_EXPORT AIAuthPortalProxyException : public AIException {
   using AIException::AIException;
 };
-class AIStorageException : public AIException {
+class APPLOGIC_EXPORT AIStorageException : public AIException {
   using AIException::AIException;
 };
-class AIStorageNotFoundException : public AIException {
+class APPLOGIC_EXPORT AIStorageNotFoundException : public AIException {
   using AIException::AIException;
 };
-class AITokenNotFoundException : public AIException {
+class APPLOGIC_EXPORT AITokenNotFoundException : public AIException {
   using AIException::AIException;
 };
-class AIMissingParameterException : public AIException {
+class APPLOGIC_EXPORT AIMissingParameterException : public AIException {
   using AIException::AIException;
 };
 

@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "applogic/export.h"
 #include "applogic/platform/clock.h"
 #include "applogic/signin/client/ai_call_context.h"
 #include "applogic/signin/client/ai_token.h"
@@ -20,7 +21,7 @@ namespace applogic::signin {
 /// server."; an object with a string "error" keeps it (`errorCode`) and its "error_description"
 /// (`errorMessage`) and maps them (`AIError::setErrorForErrorString`). Members the client does
 /// not know (such as "iss") are ignored.
-class AIExchangeResponse {
+class APPLOGIC_EXPORT AIExchangeResponse {
  public:
   explicit AIExchangeResponse(std::string body) : jsonData_(std::move(body)) {}
   virtual ~AIExchangeResponse() = default;
@@ -54,7 +55,7 @@ class AIExchangeResponse {
 /// seconds from now, and "refresh_token" with the context's scopes. A missing "expires_in",
 /// a missing refresh token, or an access token that is absent or not valid gives code 2
 /// "Received invalid response from the server.".
-class AICodeExchangeResponse final : public AIExchangeResponse {
+class APPLOGIC_EXPORT AICodeExchangeResponse final : public AIExchangeResponse {
  public:
   AICodeExchangeResponse(std::string body, std::shared_ptr<const platform::Clock> clock)
       : AIExchangeResponse(std::move(body)), clock_(std::move(clock)) {}
@@ -74,7 +75,7 @@ class AICodeExchangeResponse final : public AIExchangeResponse {
 /// `storedRefreshScopes` (the scopes of the refresh token that was spent). An access token that
 /// is absent or not valid, or a refresh token that is not valid, gives code 2 "Received invalid
 /// response from the server."; a missing refresh token is no failure.
-class AIAccessTokenResponse final : public AIExchangeResponse {
+class APPLOGIC_EXPORT AIAccessTokenResponse final : public AIExchangeResponse {
  public:
   AIAccessTokenResponse(std::string body, std::shared_ptr<const platform::Clock> clock,
                         std::vector<std::string> storedRefreshScopes)
@@ -93,7 +94,7 @@ class AIAccessTokenResponse final : public AIExchangeResponse {
 };
 
 /// The answer to a profile call: the whole JSON object is the profile.
-class AIProfileExchangerResponse final : public AIExchangeResponse {
+class APPLOGIC_EXPORT AIProfileExchangerResponse final : public AIExchangeResponse {
  public:
   using AIExchangeResponse::AIExchangeResponse;
   void parseServerResponse(const AICallContext& context) override;

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "applogic/export.h"
 #include "applogic/platform/http_client.h"
 #include "applogic/signin/client/ai_auth_portal_request.h"
 #include "applogic/signin/client/ai_call_context.h"
@@ -29,7 +30,7 @@ inline constexpr int kAIExchangeMaxRetries = 3;
 /// The decision after an answer, in this order: status 500 with an error and fewer than 3 retries
 /// made: retry; the server's error string, upper-cased (ASCII), equal to `invalidTokenWord`:
 /// invalidToken; otherwise report. Pure.
-AIExchangeStep nextExchangeStep(int status, bool hasError, const std::optional<std::string>& errorCode,
+APPLOGIC_EXPORT AIExchangeStep nextExchangeStep(int status, bool hasError, const std::optional<std::string>& errorCode,
                                 int retriesMade, std::string_view invalidTokenWord);
 
 /// One of the client's three server exchanges: sends a prepared request through the platform's
@@ -46,7 +47,7 @@ AIExchangeStep nextExchangeStep(int status, bool hasError, const std::optional<s
 /// cancels the running request; nobody is answered then.
 ///
 /// Thread contract: main thread only (checked in debug builds); the HTTP client delivers there.
-class AIExchangeRetriever : public std::enable_shared_from_this<AIExchangeRetriever> {
+class APPLOGIC_EXPORT AIExchangeRetriever : public std::enable_shared_from_this<AIExchangeRetriever> {
  public:
   explicit AIExchangeRetriever(std::shared_ptr<const AIClientServices> services);
   virtual ~AIExchangeRetriever();
@@ -116,7 +117,7 @@ class AIExchangeRetriever : public std::enable_shared_from_this<AIExchangeRetrie
 
 /// What the code exchange asks of the sign-in in progress (the coordinator fills them in; an
 /// empty one is skipped).
-struct AISignInHooks {
+struct APPLOGIC_EXPORT AISignInHooks {
   /// Removes the sign-in view (before a failed sign-in is answered).
   std::function<void()> removeSignInView;
   /// Forgets every sign-in request in progress (`openIdRequestStates`).
@@ -128,7 +129,7 @@ struct AISignInHooks {
 /// deletes the code and every stored kind after it. A failure removes the sign-in view; both
 /// outcomes forget the sign-in requests before answering (so a delegate that signs in again from
 /// its answer keeps its new state).
-class AICodeExchangeRetriever final : public AIExchangeRetriever {
+class APPLOGIC_EXPORT AICodeExchangeRetriever final : public AIExchangeRetriever {
  public:
   AICodeExchangeRetriever(std::shared_ptr<const AIClientServices> services, AISignInHooks hooks)
       : AIExchangeRetriever(std::move(services)), hooks_(std::move(hooks)) {}
@@ -153,7 +154,7 @@ class AICodeExchangeRetriever final : public AIExchangeRetriever {
 /// Refreshes the access token with the stored refresh token (operation 2). On success saves the
 /// access token, then the refresh token when the answer carried one, and answers the access
 /// token's string; "invalid_grant" deletes every stored kind.
-class AIAccessTokenRetriever final : public AIExchangeRetriever {
+class APPLOGIC_EXPORT AIAccessTokenRetriever final : public AIExchangeRetriever {
  public:
   using AIExchangeRetriever::AIExchangeRetriever;
 
@@ -180,7 +181,7 @@ class AIAccessTokenRetriever final : public AIExchangeRetriever {
 /// after that refresh is reported. "INSUFFICIENT_SCOPE" whose description contains "scope
 /// required profile" (ignoring case) removes the scope "profile" from the stored refresh token.
 /// The retry count is never reset by a reported answer.
-class AIProfileExchangerRetriever final : public AIExchangeRetriever, public AIAuthenticationDelegate {
+class APPLOGIC_EXPORT AIProfileExchangerRetriever final : public AIExchangeRetriever, public AIAuthenticationDelegate {
  public:
   AIProfileExchangerRetriever(std::shared_ptr<const AIClientServices> services,
                               std::weak_ptr<AIAccessTokenRetriever> accessTokenRetriever);

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "applogic/export.h"
 #include "applogic/platform/secure_store.h"
 #include "applogic/signin/client/ai_error.h"
 #include "applogic/signin/client/ai_token.h"
@@ -30,7 +31,7 @@ inline constexpr std::string_view kAIStorageDeleteFailure = "Error while deletin
 /// sees it. Status -25300 (not found) is no failure when reading or deleting.
 ///
 /// Thread contract: main thread (as the whole client); the store itself is thread-safe.
-class AIKeyChainDataStorage {
+class APPLOGIC_EXPORT AIKeyChainDataStorage {
  public:
   explicit AIKeyChainDataStorage(std::shared_ptr<platform::SecureStore> store);
 
@@ -69,7 +70,7 @@ class AIKeyChainDataStorage {
 /// Makes the tokens' storage over one `SecureStore`.
 ///
 /// Thread contract: any thread; the storage objects it makes are main-thread objects.
-class AIDataStorageFactory {
+class APPLOGIC_EXPORT AIDataStorageFactory {
  public:
   /// `store` may be null: the platform has no secure storage.
   explicit AIDataStorageFactory(std::shared_ptr<platform::SecureStore> store) : store_(std::move(store)) {}

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "applogic/export.h"
 #include "applogic/platform/platform.h"
 #include "applogic/signin/client/ai_auth_portal_proxy.h"
 #include "applogic/signin/client/ai_call_context.h"
@@ -28,7 +29,7 @@ namespace applogic::signin {
 /// of the process made from its own; every handle works with that coordinator's services.
 ///
 /// Thread contract: main thread only (checked in debug builds); answers arrive there.
-class AIMobileLib {
+class APPLOGIC_EXPORT AIMobileLib {
  public:
   AIMobileLib(platform::Platform platform, ClientConfiguration configuration);
   explicit AIMobileLib(std::shared_ptr<AIAuthPortalProxy> proxy) : proxy_(std::move(proxy)) {}
@@ -75,7 +76,7 @@ class AIMobileLib {
 };
 
 /// The client's internal settings, over the same coordinator as `AIMobileLib`. Main thread.
-class AIMobileLibInternal {
+class APPLOGIC_EXPORT AIMobileLibInternal {
  public:
   AIMobileLibInternal(platform::Platform platform, ClientConfiguration configuration);
   explicit AIMobileLibInternal(std::shared_ptr<AIAuthPortalProxy> proxy) : proxy_(std::move(proxy)) {}
@@ -97,7 +98,7 @@ class AIMobileLibInternal {
 /// The entry points' checks. Each writes into the error it is given and returns nothing. Pure
 /// apart from `validateAPIKey` (the register of verified keys) and
 /// `initializeAndValidateParamsForGetAuthToken` (which may delete the stored access token).
-struct AIMobileLibHelper {
+struct APPLOGIC_EXPORT AIMobileLibHelper {
   /// No delegate: code 6 "Application should implement authentication delegate.". Otherwise,
   /// when "return_authorization_code" is true, `validateCodeChallenge`.
   static void commonValidations(AICallContext& context);

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "applogic/export.h"
 #include "applogic/platform/crypto.h"
 
 namespace applogic::signin {
@@ -19,7 +20,7 @@ namespace applogic::signin {
 /// the end marker decodes to, is handed to `platform::Crypto`, which ignores bytes after the key.
 ///
 /// Thread contract: immutable; any thread (as far as the `Crypto` allows, which is any).
-class AIRSASigner {
+class APPLOGIC_EXPORT AIRSASigner {
  public:
   /// `crypto` hashes and verifies; null verifies nothing (every signature fails).
   explicit AIRSASigner(std::shared_ptr<const platform::Crypto> crypto) : crypto_(std::move(crypto)) {}

@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "applogic/export.h"
 #include "applogic/platform/sign_in_presenter.h"
 #include "applogic/signin/client/ai_auth_portal_request.h"
 #include "applogic/signin/client/ai_call_context.h"
@@ -27,7 +28,7 @@ inline constexpr AISignInViewMode kAISignInViewModeFirstPartyApp = 4;
 
 /// One way of showing the sign-in page. A strategy lives from `initializeSignIn` to
 /// `removeSignInView`. Main thread.
-class AISignInStrategy {
+class APPLOGIC_EXPORT AISignInStrategy {
  public:
   virtual ~AISignInStrategy() = default;
   /// Shows the page at `URLString`. Returns true when it could start; false when it could not
@@ -39,7 +40,7 @@ class AISignInStrategy {
 
 /// Opens the page in the system's browser. When it cannot be opened: code 6 "Invalid Sign In
 /// URL." and false.
-class AIBrowserSignInStrategy final : public AISignInStrategy {
+class APPLOGIC_EXPORT AIBrowserSignInStrategy final : public AISignInStrategy {
  public:
   explicit AIBrowserSignInStrategy(std::shared_ptr<platform::SignInPresenter> presenter);
   bool initializeSignIn(AIError& error, const std::string& URLString) override;
@@ -51,7 +52,7 @@ class AIBrowserSignInStrategy final : public AISignInStrategy {
 
 /// Opens the Amazon app's single-sign-on scheme followed by the URL string; true when the system
 /// opened it (an app is registered for the scheme).
-class AIFirstPartyAppSignInStrategy final : public AISignInStrategy {
+class APPLOGIC_EXPORT AIFirstPartyAppSignInStrategy final : public AISignInStrategy {
  public:
   AIFirstPartyAppSignInStrategy(std::shared_ptr<platform::SignInPresenter> presenter, std::string singleSignOnScheme);
   bool initializeSignIn(AIError& error, const std::string& URLString) override;
@@ -64,7 +65,7 @@ class AIFirstPartyAppSignInStrategy final : public AISignInStrategy {
 
 /// Presents the page in the host's in-app browser; false when the host has none.
 /// `removeSignInView` dismisses it.
-class AISafariWebViewSignInStrategy final : public AISignInStrategy {
+class APPLOGIC_EXPORT AISafariWebViewSignInStrategy final : public AISignInStrategy {
  public:
   explicit AISafariWebViewSignInStrategy(std::shared_ptr<platform::SignInPresenter> presenter);
   bool initializeSignIn(AIError& error, const std::string& URLString) override;
@@ -78,7 +79,7 @@ class AISafariWebViewSignInStrategy final : public AISignInStrategy {
 /// Shows the page in the host's embedded web view, which hands every address of the redirect
 /// address's scheme to `onRedirect` instead of loading it; false when the host has no web
 /// view or there is no redirect address. `removeSignInView` dismisses it.
-class AIWebViewSignInStrategy final : public AISignInStrategy {
+class APPLOGIC_EXPORT AIWebViewSignInStrategy final : public AISignInStrategy {
  public:
   AIWebViewSignInStrategy(std::shared_ptr<platform::SignInPresenter> presenter, std::optional<std::string> returnToURL,
                           std::function<void(const std::string& url)> onRedirect);
@@ -100,7 +101,7 @@ class AIWebViewSignInStrategy final : public AISignInStrategy {
 /// One sign-in, as the view manager sees it: the call's error, whether it signs in against the
 /// sandbox, how to build the sign-in page's address, and what ends the call when the user
 /// cancels.
-struct AISignInCall {
+struct APPLOGIC_EXPORT AISignInCall {
   /// The call's error object, used during `initializeSignIn` only. Never null.
   AIError* error = nullptr;
   /// The call's option "sandbox_mode".
@@ -124,7 +125,7 @@ struct AISignInCall {
 /// back to these values whenever the sign-in view is removed.
 ///
 /// Thread contract: main thread only, like the presenter; the handlers it installs run there.
-class AISignInViewManager {
+class APPLOGIC_EXPORT AISignInViewManager {
  public:
   /// `singleSignOnScheme` is the Amazon app's single-sign-on scheme, which the sign-in address is
   /// appended to; `returnToURL` is the app's redirect address, which the embedded web view

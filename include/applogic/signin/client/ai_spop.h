@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "applogic/export.h"
 #include "applogic/platform/crypto.h"
 
 namespace applogic::signin {
@@ -23,7 +24,7 @@ inline constexpr std::string_view CODE_CHALLENGE_METHOD = "code_challenge_method
 ///
 /// Thread contract: used from the main thread. Only the shared slot itself is guarded, so that
 /// its creation on first use is thread-safe.
-class AISPOP {
+class APPLOGIC_EXPORT AISPOP {
  public:
   /// A fresh pair: `spopKey` from `generate32BytesKey`, its challenge, method "S256".
   AISPOP(std::shared_ptr<const platform::SecureRandom> random, std::shared_ptr<const platform::Crypto> crypto);

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "applogic/export.h"
 #include "applogic/platform/clock.h"
 #include "applogic/support/json.h"
 
@@ -28,7 +29,7 @@ inline constexpr std::int32_t kTokenTypeProfileData = 4;
 /// and dates as seconds since the epoch, kept to the microsecond).
 ///
 /// Plain objects: not synchronised; the sign-in client uses them on the main thread.
-class AIToken {
+class APPLOGIC_EXPORT AIToken {
  public:
   using TimePoint = platform::Clock::TimePoint;
 
@@ -89,7 +90,7 @@ class AIToken {
 
 /// An access token (type 2): valid while its expiration date lies strictly after now. No
 /// safety margin is applied.
-class AIAccessToken : public AIToken {
+class APPLOGIC_EXPORT AIAccessToken : public AIToken {
  public:
   AIAccessToken() : AIToken(kTokenTypeAccessToken) {}
   /// `initWithToken:expirationDate:`.
@@ -120,7 +121,7 @@ class AIAccessToken : public AIToken {
 };
 
 /// A refresh token (type 1). It has no expiry: valid while the token string is present.
-class AIRefreshToken : public AIToken {
+class APPLOGIC_EXPORT AIRefreshToken : public AIToken {
  public:
   AIRefreshToken() : AIToken(kTokenTypeRefreshToken) {}
   /// `initWithToken:`.
@@ -145,7 +146,7 @@ class AIRefreshToken : public AIToken {
 };
 
 /// The authorization code between the browser's return and its exchange (type 3).
-class AICode : public AIToken {
+class APPLOGIC_EXPORT AICode : public AIToken {
  public:
   AICode() : AIToken(kTokenTypeCode) {}
   /// `initWithToken:`.
@@ -155,7 +156,7 @@ class AICode : public AIToken {
 
 /// The cached profile of the signed-in user (type 4), trusted for one hour after it was made.
 /// Its archive holds only "expirationDate" and "profile".
-class AIProfileData : public AIToken {
+class APPLOGIC_EXPORT AIProfileData : public AIToken {
  public:
   /// Seconds a fetched profile is trusted.
   static constexpr std::chrono::seconds kLifetime{3600};

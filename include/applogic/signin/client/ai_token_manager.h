@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "applogic/export.h"
 #include "applogic/signin/client/ai_error.h"
 #include "applogic/signin/client/ai_key_chain_data_storage.h"
 #include "applogic/signin/client/ai_token.h"
@@ -16,7 +17,7 @@ namespace applogic::signin {
 /// the first read, which yields no token and no error.
 ///
 /// Thread contract: main thread (as the whole client).
-class AITokenManager {
+class APPLOGIC_EXPORT AITokenManager {
  public:
   explicit AITokenManager(AIDataStorageFactory factory) : factory_(std::move(factory)) {}
 

@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "applogic/export.h"
 #include "applogic/platform/platform.h"
 #include "applogic/signin/client/ai_api_key_helper.h"
 #include "applogic/signin/client/ai_app_info.h"
@@ -25,7 +26,7 @@ namespace applogic::signin {
 /// the process's `AIAppIdentifier::appIdentifier()`.
 ///
 /// Thread contract: immutable; any thread (the cache has its own lock).
-class AIUtils {
+class APPLOGIC_EXPORT AIUtils {
  public:
   AIUtils(const platform::Platform& platform, ClientConfiguration configuration);
 

@@ -4,6 +4,7 @@
 #include <optional>
 #include <string_view>
 
+#include "applogic/export.h"
 #include "applogic/signin/client/ai_error.h"
 #include "applogic/support/json.h"
 
@@ -20,7 +21,7 @@ enum AIAPIOperation : std::uint32_t {
 
 /// A successful answer: the operation and its result. The result is a JSON value: null for
 /// "none", a string for a token or a code, an object for a profile. Plain value.
-class APIResult {
+class APPLOGIC_EXPORT APIResult {
  public:
   /// `initResultForAPI:andResult:`.
   APIResult(std::uint32_t api, Json result) : api_(api), result_(std::move(result)) {}
@@ -39,7 +40,7 @@ class APIResult {
 
 /// A failed answer: the operation and the call's error as it stood when the answer was given.
 /// Plain value.
-class APIError {
+class APPLOGIC_EXPORT APIError {
  public:
   /// `initErrorForAPI:andError:`.
   APIError(std::uint32_t api, AIError error) : api_(api), error_(std::move(error)) {}
@@ -56,7 +57,7 @@ class APIError {
 ///
 /// Thread contract: called on the main thread. An implementation may start new sign-in calls
 /// from inside either method.
-class AIAuthenticationDelegate {
+class APPLOGIC_EXPORT AIAuthenticationDelegate {
  public:
   virtual ~AIAuthenticationDelegate() = default;
   virtual void requestDidSucceed(const APIResult& result) = 0;

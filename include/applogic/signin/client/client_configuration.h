@@ -2,12 +2,14 @@
 
 #include <string>
 
+#include "applogic/export.h"
+
 namespace applogic::signin {
 
 /// What the account sign-in client is configured with, beside the app's own bundle information.
 /// Every member has a default; a host changes the ones it needs (a test server, another
 /// issuer of API keys). Plain value.
-struct ClientConfiguration {
+struct APPLOGIC_EXPORT ClientConfiguration {
   /// The RSA public key (2048 bits, PEM "-----BEGIN PUBLIC KEY-----" text) that verifies the
   /// signature of the app's API key. Empty by default: the issuer's key is not shipped with the
   /// library, and with no key every API key is invalid, so the app has no client id until the

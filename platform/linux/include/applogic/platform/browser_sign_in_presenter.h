@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 
+#include "applogic/export.h"
 #include "applogic/platform/sign_in_presenter.h"
 
 namespace applogic::platform {
@@ -16,7 +17,7 @@ namespace applogic::platform {
 /// reports its own problems to the user). Other apps' schemes, an in-app browser and a web view
 /// are not offered: `canOpenAppURL`, `inAppBrowserAvailable` and `webViewAvailable` answer false,
 /// and the presenting calls return false. Main thread, like every `SignInPresenter`.
-std::shared_ptr<SignInPresenter> makeBrowserSignInPresenter(
+APPLOGIC_EXPORT std::shared_ptr<SignInPresenter> makeBrowserSignInPresenter(
     std::optional<std::filesystem::path> browserCommand = std::nullopt);
 
 }  // namespace applogic::platform

@@ -4,12 +4,13 @@
 #include <memory>
 #include <optional>
 
+#include "applogic/export.h"
 #include "applogic/platform/http_client.h"
 #include "applogic/platform/main_thread.h"
 
 namespace applogic::platform {
 
-struct CurlHttpOptions {
+struct APPLOGIC_EXPORT CurlHttpOptions {
   /// PEM certificates trusted in addition to the system's CAs (a CA made for a loopback server).
   /// A file that cannot be read makes every request fail with `HttpErrorCode::invalidRequest`.
   std::optional<std::filesystem::path> caFile;
@@ -23,6 +24,6 @@ struct CurlHttpOptions {
 /// variables (http_proxy, https_proxy, no_proxy). Cookies live in memory for the client's life.
 ///
 /// Thread contract: as `HttpClient`.
-std::shared_ptr<HttpClient> makeCurlHttpClient(std::shared_ptr<MainThread> mainThread, CurlHttpOptions options = {});
+APPLOGIC_EXPORT std::shared_ptr<HttpClient> makeCurlHttpClient(std::shared_ptr<MainThread> mainThread, CurlHttpOptions options = {});
 
 }  // namespace applogic::platform

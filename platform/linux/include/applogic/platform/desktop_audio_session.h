@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "applogic/export.h"
 #include "applogic/platform/audio_session_backend.h"
 #include "applogic/platform/main_thread.h"
 #include "applogic/platform/notification_center.h"
@@ -23,7 +24,7 @@ enum class SoundServerPortType : int {
 
 /// One output of the sound server: a sink and, when the sink has ports, one of its ports, with
 /// what the server says about its kind.
-struct SoundServerOutput {
+struct APPLOGIC_EXPORT SoundServerOutput {
   std::string sink;    ///< the sink's name ("alsa_output.pci-0000_00_1f.3.analog-stereo")
   std::string port;    ///< the port's name ("analog-output-headphones"); empty for a sink without ports
   SoundServerPortType portType = SoundServerPortType::unknown;
@@ -35,7 +36,7 @@ struct SoundServerOutput {
 };
 
 /// What the route needs of the sound server's state at one moment.
-struct SoundServerState {
+struct APPLOGIC_EXPORT SoundServerState {
   /// The default sink with its active port; absent when the server has no default sink.
   std::optional<SoundServerOutput> route;
   /// (sink, port) of every output that can play now: every port of every sink whose
@@ -56,14 +57,14 @@ struct SoundServerState {
 ///   "spdif" "LineOut", "speaker" "Speaker";
 /// - otherwise "Speaker" (a null sink, an unknown analog output).
 /// Pure; any thread.
-std::string routePortType(const SoundServerOutput& output);
+APPLOGIC_EXPORT std::string routePortType(const SoundServerOutput& output);
 
 /// The route-change reason for a change of route from `before` (the state when the route was
 /// last set) to `after` (the routes differ): 2 (old device unavailable) when the old route can no
 /// longer play, else 1 (new device available) when the new route could not play in `before`
 /// (it arrived since), else 8 (route configuration change: the user or the server chose another
 /// output that was already there). Pure; any thread.
-int routeChangeReason(const SoundServerState& before, const SoundServerState& after);
+APPLOGIC_EXPORT int routeChangeReason(const SoundServerState& before, const SoundServerState& after);
 
 /// The Linux `AudioSessionBackend`. A desktop has no session to claim: activation and category
 /// changes always succeed (the category is remembered), recording needs no permission (the
@@ -79,7 +80,7 @@ int routeChangeReason(const SoundServerState& before, const SoundServerState& af
 /// route stands. Made without a main thread, it never asks a server: the route is "Speaker".
 ///
 /// Thread contract: any thread, concurrently. Notifications arrive on the main thread.
-class DesktopAudioSession final : public AudioSessionBackend {
+class APPLOGIC_EXPORT DesktopAudioSession final : public AudioSessionBackend {
  public:
   /// Routes to "Speaker" without asking any server.
   explicit DesktopAudioSession(std::shared_ptr<NotificationCenter> notificationCenter);

@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "applogic/export.h"
 #include "applogic/platform/main_thread.h"
 #include "applogic/platform/media_player.h"
 #include "applogic/platform/notification_center.h"
@@ -16,7 +17,7 @@ namespace applogic::platform {
 inline constexpr std::string_view kGStreamerErrorReasonKey = "GStreamerErrorReason";
 
 /// Options of the GStreamer media players.
-struct GStreamerMediaOptions {
+struct APPLOGIC_EXPORT GStreamerMediaOptions {
   /// The audio sink, as a pipeline description ("pulsesink", "alsasink device=hw:1"). Empty: the
   /// system's default output ("autoaudiosink"). "fakesink sync=true" plays in real time without
   /// a sound device (headless runs, CI).
@@ -36,7 +37,7 @@ struct GStreamerMediaOptions {
 /// finds one (headless machines, containers, CI), where "fakesink sync=true" is the sink to use
 /// instead of the default. Asks the providers on every call, which can take some milliseconds;
 /// any thread.
-bool audioOutputDevicePresent();
+APPLOGIC_EXPORT bool audioOutputDevicePresent();
 
 /// The Linux `MediaPlayerFactory`: each player is a GStreamer `playbin` for http(s) and file
 /// addresses, playing sound only.
@@ -56,7 +57,7 @@ bool audioOutputDevicePresent();
 ///
 /// Returns null when GStreamer or its `playbin` element is not available, or when `audioSink`
 /// does not describe an element. Any thread.
-std::shared_ptr<MediaPlayerFactory> makeGStreamerMediaPlayers(std::shared_ptr<MainThread> mainThread,
+APPLOGIC_EXPORT std::shared_ptr<MediaPlayerFactory> makeGStreamerMediaPlayers(std::shared_ptr<MainThread> mainThread,
                                                               std::shared_ptr<NotificationCenter> notificationCenter,
                                                               GStreamerMediaOptions options = {});
 

@@ -3,6 +3,7 @@
 #include <memory>
 #include <string>
 
+#include "applogic/export.h"
 #include "applogic/platform/secure_store.h"
 
 namespace applogic::platform {
@@ -32,6 +33,6 @@ inline constexpr const char* kDefaultKeyringStoreName = "tunevo";
 ///
 /// Thread contract: safe from any thread; calls of one store are serialised. No GLib main loop
 /// needs to run: each call waits on a private main context of its own.
-std::shared_ptr<SecureStore> makeLibsecretSecureStore(std::string storeName = kDefaultKeyringStoreName);
+APPLOGIC_EXPORT std::shared_ptr<SecureStore> makeLibsecretSecureStore(std::string storeName = kDefaultKeyringStoreName);
 
 }  // namespace applogic::platform

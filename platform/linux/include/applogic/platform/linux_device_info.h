@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <string>
 
+#include "applogic/export.h"
 #include "applogic/platform/device_info.h"
 
 namespace applogic::platform {
@@ -17,7 +18,7 @@ namespace applogic::platform {
 ///   "6.1.0-18-amd64").
 ///
 /// Thread contract: immutable after construction; any thread.
-class LinuxDeviceInfo final : public DeviceInfo {
+class APPLOGIC_EXPORT LinuxDeviceInfo final : public DeviceInfo {
  public:
   /// Reads the running system.
   LinuxDeviceInfo();

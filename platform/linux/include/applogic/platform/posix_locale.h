@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 
+#include "applogic/export.h"
 #include "applogic/platform/locale.h"
 
 namespace applogic::platform {
@@ -18,13 +19,13 @@ using EnvironmentLookup = std::function<const char*(const char* name)>;
 /// chosen value names no language: "C", "POSIX", "C.UTF-8" and the like, or a value that starts
 /// with a separator. A set but empty variable is skipped, as the C library does. Pure apart from
 /// calling `lookup`; any thread.
-std::optional<std::string> languageCodeFromEnvironment(const EnvironmentLookup& lookup);
+APPLOGIC_EXPORT std::optional<std::string> languageCodeFromEnvironment(const EnvironmentLookup& lookup);
 
 /// The Linux `Locale`: the language of the environment, read once when the object is made (a
 /// later `setenv` does not change it).
 ///
 /// Thread contract: immutable after construction; any thread.
-class PosixLocale final : public Locale {
+class APPLOGIC_EXPORT PosixLocale final : public Locale {
  public:
   /// Reads the process environment.
   PosixLocale();

@@ -7,6 +7,7 @@
 #include <mutex>
 #include <thread>
 
+#include "applogic/export.h"
 #include "applogic/platform/main_thread.h"
 
 namespace applogic::platform {
@@ -16,7 +17,7 @@ namespace applogic::platform {
 ///
 /// Thread contract: `post` and `quit` from any thread; `run` and `runUntilIdle` on the main
 /// thread only, and not from inside a task.
-class RunLoop final : public MainThread {
+class APPLOGIC_EXPORT RunLoop final : public MainThread {
  public:
   RunLoop();
   /// Only after every thread that may post has let go of the loop.

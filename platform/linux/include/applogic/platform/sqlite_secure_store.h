@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 
+#include "applogic/export.h"
 #include "applogic/platform/secure_store.h"
 
 namespace applogic::platform {
@@ -11,7 +12,7 @@ namespace applogic::platform {
 /// `$XDG_DATA_HOME/tunevo/secure-store.sqlite3`, or `$HOME/.local/share/tunevo/...` when
 /// XDG_DATA_HOME is unset, empty or not absolute; empty when neither gives an absolute path.
 /// `getenv` defaults to the process environment.
-std::filesystem::path defaultSecureStorePath(const std::function<const char*(const char*)>& getenv = {});
+APPLOGIC_EXPORT std::filesystem::path defaultSecureStorePath(const std::function<const char*(const char*)>& getenv = {});
 
 /// The default `SecureStore` of Linux: one SQLite file at `path`.
 ///
@@ -26,6 +27,6 @@ std::filesystem::path defaultSecureStorePath(const std::function<const char*(con
 /// the cause is gone.
 ///
 /// Thread contract: safe from any thread; calls are serialised on one connection.
-std::shared_ptr<SecureStore> makeSqliteSecureStore(std::filesystem::path path);
+APPLOGIC_EXPORT std::shared_ptr<SecureStore> makeSqliteSecureStore(std::filesystem::path path);
 
 }  // namespace applogic::platform
