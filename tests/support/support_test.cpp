@@ -70,6 +70,7 @@ TEST(TypedLookups, FollowOneRuleForEveryParser) {
               std::tuple(row.asString, row.asInteger, row.asBoolean)) << row.json;
     EXPECT_EQ(json::string(object, "missing"), std::nullopt);
   }
+  EXPECT_EQ(json::integer(Json(std::uint64_t{INT64_MAX})), INT64_MAX);  // the largest that fits, held unsigned
 }
 
 // Which keys each container lookup accepts: arrayOfObjects wants every element to be an object.
