@@ -290,6 +290,8 @@ TEST(PlaylistEquality, EveryFieldCountsAbsentDiffersFromEmptyAndOnlyTheIdIsNorma
   EXPECT_EQ(base, Playlist("MP.1", "cafe\u0301", std::vector<std::string>{"Tra.1"}, true, "owner", Images{giphy("g")}));
   EXPECT_EQ(Playlist("PP.5", "tra.1", std::vector<std::string>{"tra.2"}, true, "MP.3"),
             Playlist("pp.5", "tra.1", std::vector<std::string>{"tra.2"}, true, "MP.3"));
+  EXPECT_EQ(testing::PrintToString(Playlist("mp.1", "n", std::vector<std::string>{"a", "b"}, false)),
+            R"(Playlist{id "mp.1", name "n", trackIds ["a", "b"], isPublic 0, ownerId absent, images absent})");
   std::vector<Playlist> variants(11, base);
   variants[0].id = "mp.2", variants[1].name = "Cafe", variants[2].trackIds = std::nullopt, variants[3].trackIds = std::vector<std::string>{};
   variants[4].trackIds = std::vector<std::string>{"Tra.1", "Tra.1"}, variants[5].isPublic = false, variants[6].ownerId = std::nullopt;
