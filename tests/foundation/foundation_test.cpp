@@ -108,11 +108,11 @@ TEST(ZDSDeferred, ConcurrentSettlersAndRegistrationsAgreeOnOneOutcome) {
       EXPECT_EQ(got, std::stoi(describe(deferred)));
     };
     std::vector<std::thread> threads;
-    for (int t = 1; t <= 8; ++t) {
-      threads.emplace_back([&, t] {
-        if (t % 2 == 1) return void(wins += t % 4 == 1 ? deferred.resolve(t) : deferred.reject(Error{std::to_string(t), t, {}}));
-        for (int i = 0; i < 25; ++i) deferred.done([&](int v) { check(v); }, [&](const Error& e) { check(e.code); });
-      });
+    for (int t = 0; t < 4; ++t) {
+      threads.emplace_back([&] { for (int i = 0; i < 25; ++i) deferred.done([&](int v) { check(v); }, [&](const Error& e) { check(e.code); }); });
+    }
+    for (int t = 1; t <= 4; ++t) {
+      threads.emplace_back([&, t] { wins += t % 2 == 1 ? deferred.resolve(t) : deferred.reject(Error{std::to_string(t), t, {}}); });
     }
     for (std::thread& thread : threads) thread.join();
     ASSERT_EQ(wins.load() * 1000 + runs.load(), 1100);
