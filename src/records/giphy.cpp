@@ -141,15 +141,11 @@ const GiphyImageInfo* Giphy::image(std::string_view key) const noexcept {
 
 std::optional<std::pair<std::string, GiphyImageInfo>> Giphy::getBestFit(Mode mode, float widthInPixel) const {
   const std::pair<std::string, GiphyImageInfo>* best = nullptr;
-  float bestDistance = 0;
+  const auto distance = [widthInPixel](const auto& entry) { return std::fabs(widthInPixel - entry.second.width); };
   for (const auto& entry : images) {
     const bool still = entry.first.find("still") != std::string::npos;
     if (still != (mode == Mode::still)) continue;
-    const float distance = std::fabs(widthInPixel - entry.second.width);
-    if (best == nullptr || distance < bestDistance) {
-      best = &entry;
-      bestDistance = distance;
-    }
+    if (best == nullptr || distance(entry) < distance(*best)) best = &entry;
   }
   if (best == nullptr) return std::nullopt;
   return *best;

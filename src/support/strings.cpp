@@ -36,7 +36,8 @@ class CanonicalView {
                      static_cast<utf8proc_ssize_t>(text.size()), &out,
                      static_cast<utf8proc_option_t>(UTF8PROC_STABLE | UTF8PROC_COMPOSE));
     owned_.reset(out);
-    if (written >= 0) {
+    // utf8proc hands out a buffer only on success (the length is negative, an error code, otherwise).
+    if (out != nullptr) {
       view_ = std::string_view(reinterpret_cast<const char*>(out), static_cast<std::size_t>(written));
     }
   }
