@@ -73,10 +73,7 @@ struct LoopbackServer {
   int port = 0;
   std::thread thread{};
 
-  ~LoopbackServer() {
-    server->stop();
-    if (thread.joinable()) thread.join();
-  }
+  ~LoopbackServer() { server->stop(), thread.joinable() ? thread.join() : void(); }
   void start() {
     port = server->bind_to_any_port("127.0.0.1");
     thread = std::thread([this] { server->listen_after_bind(); });
