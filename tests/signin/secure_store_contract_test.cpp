@@ -138,6 +138,8 @@ TYPED_TEST(SecureStoreContract, CallsAnswerTheirStatusAndLeaveTheItemsTheyPromis
       {"update, nowhere", [&] { return store->update(query("3"), dataOnly({3})); }, status::kItemNotFound},
       {"update, the data", [&] { return other->update(query("1"), dataOnly({7, 7})); }, status::kSuccess},
       {"update, by accessibility", [&] { return store->update({kGeneric, std::nullopt, kWhenUnlocked, std::nullopt}, {std::nullopt, "locked", kAfterFirstUnlock, std::nullopt}); }, status::kSuccess},
+      {"update, the accessibility", [&] { return store->update(query("binary"), {std::nullopt, std::nullopt, kWhenUnlocked, std::nullopt}); }, status::kSuccess},
+      {"update, to its own service", [&] { return other->update(query("1"), {std::nullopt, "1", std::nullopt, std::nullopt}); }, status::kSuccess},
       {"remove, data in the query", [&] { return store->remove(dataOnly({1})); }, status::kParam},
       {"remove", [&] { return store->remove(query("empty")); }, status::kSuccess},
       {"remove, again", [&] { return other->remove(query("empty")); }, status::kItemNotFound},
@@ -149,7 +151,7 @@ TYPED_TEST(SecureStoreContract, CallsAnswerTheirStatusAndLeaveTheItemsTheyPromis
   EXPECT_EQ(held(*other, "2"), std::nullopt);
   EXPECT_EQ(held(*other, "locked"), item("locked", {9}));
   EXPECT_EQ(held(*other, "none"), (SecureItem{kGeneric, "none", std::nullopt, Bytes{}}));
-  EXPECT_EQ(held(*other, "binary"), item("binary", binary));
+  EXPECT_EQ(held(*other, "binary"), (SecureItem{kGeneric, "binary", kWhenUnlocked, binary}));
   EXPECT_EQ(held(*other, "empty"), item("empty", {4}));
   ASSERT_EQ(store->remove(SecureItem{}), status::kSuccess);
   EXPECT_EQ(other->copyMatching({}, SecureItemReturn::attributes, nullptr), status::kItemNotFound);
