@@ -289,6 +289,8 @@ TEST_F(CurlHttpClientTest, CookiesSetByTheServerAreSentBackAndDeletedForAUrl) {
   EXPECT_EQ(fetch(at("www.signin.localhost", "/account/cookies")).body, "deep=d");
   EXPECT_EQ(fetch(at("other.signin.localhost", "/account/cookies")).body, "");
   EXPECT_EQ(client->cookies().deleteCookiesForUrl("https://www.signin.localhost/"), 0u);
+  EXPECT_EQ(client->cookies().deleteCookiesForUrl("https://www.signin.localhost/account/"), 1u);
+  EXPECT_EQ(names("https://www.signin.localhost/account/"), Events{});
 }
 
 platform::HttpCookie cookie(std::string domain, bool hostOnly, std::string path = "/", bool secure = false) {
