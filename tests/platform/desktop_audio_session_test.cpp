@@ -17,43 +17,11 @@ using platform::SoundServerPortType;
 using platform::SoundServerState;
 using Kind = SoundServerPortType;
 
-TEST(DesktopAudioSession, AlwaysSucceedsAndRoutesToTheSpeaker) {
-  platform::DesktopAudioSession session(platform::makeNotificationCenter());
-  EXPECT_FALSE(session.followsSoundServer());
-  EXPECT_EQ(session.category(), platform::kAudioSessionCategorySoloAmbient);
-  EXPECT_TRUE(session.setActive(true, nullptr));
-  EXPECT_TRUE(session.setCategory(platform::kAudioSessionCategoryPlayback, platform::kAudioSessionCategoryOptionMixWithOthers, nullptr));
-  EXPECT_EQ(session.category(), platform::kAudioSessionCategoryPlayback);
-  EXPECT_TRUE(session.setActive(false, nullptr));
-  EXPECT_EQ(session.currentRoute().outputs, (std::vector<platform::AudioSessionPortDescription>{{"Speaker"}}));
-  std::optional<bool> granted;
-  session.requestRecordPermission([&](bool answer) { granted = answer; });
-  EXPECT_EQ(granted, true);
-}
-
-// Sets an environment variable for the life of the object.
-class ScopedEnv {
- public:
-  ScopedEnv(const char* name, const char* value) : name_(name) {
-    if (const char* old = ::getenv(name)) old_ = old;
-    ::setenv(name, value, 1);
-  }
-  ~ScopedEnv() {
-    if (old_) {
-      ::setenv(name_, old_->c_str(), 1);
-    } else {
-      ::unsetenv(name_);
-    }
-  }
-
- private:
-  const char* name_;
-  std::optional<std::string> old_;
-};
-
+// Without a sound server (its address points at a socket that does not exist, whatever runs on
+// this machine) the session says so quietly, routes to the speaker, grants everything and posts
+// nothing. (Each test runs in a process of its own: the variable is not put back.)
 TEST(DesktopAudioSession, WithoutASoundServerRoutesToTheSpeakerQuietlyAndPostsNothing) {
-  // The server address points at a socket that does not exist, whatever runs on this machine.
-  const ScopedEnv server("PULSE_SERVER", ("unix:" + ::testing::TempDir() + "no-sound-server").c_str());
+  ::setenv("PULSE_SERVER", ("unix:" + ::testing::TempDir() + "no-sound-server").c_str(), 1);
   auto loop = std::make_shared<platform::RunLoop>();
   auto center = platform::makeNotificationCenter();
   int posted = 0;
@@ -62,7 +30,16 @@ TEST(DesktopAudioSession, WithoutASoundServerRoutesToTheSpeakerQuietlyAndPostsNo
   {
     platform::DesktopAudioSession session(center, loop);
     EXPECT_FALSE(session.followsSoundServer());
+    EXPECT_EQ(session.category(), platform::kAudioSessionCategorySoloAmbient);
+    EXPECT_TRUE(session.setActive(true, nullptr));
+    EXPECT_TRUE(session.setCategory(platform::kAudioSessionCategoryPlayback,
+                                    platform::kAudioSessionCategoryOptionMixWithOthers, nullptr));
+    EXPECT_EQ(session.category(), platform::kAudioSessionCategoryPlayback);
+    EXPECT_TRUE(session.setActive(false, nullptr));
     EXPECT_EQ(session.currentRoute().outputs, (std::vector<platform::AudioSessionPortDescription>{{"Speaker"}}));
+    std::optional<bool> granted;
+    session.requestRecordPermission([&](bool answer) { granted = answer; });
+    EXPECT_EQ(granted, true);
   }
   EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
   loop->runUntilIdle();
@@ -85,30 +62,18 @@ TEST(RoutePortType, MapsTheServersOutputToThePortTypeOfTheRoute) {
   const Row rows[] = {
       // The bus decides first: a Bluetooth or USB device is that whatever its port says.
       {"Bluetooth A2DP (PulseAudio)", output("bluez_sink.00_11.a2dp_sink", "headphone-output", Kind::headphones, "bluetooth", "headphone", "a2dp_sink"), "BluetoothA2DPOutput"},
-      {"Bluetooth A2DP (PipeWire)", output("bluez_output.00_11.1", "", Kind::unknown, "bluetooth", "", "a2dp-sink"), "BluetoothA2DPOutput"},
       {"Bluetooth HFP by profile", output("bluez_output.00_11.1", "", Kind::unknown, "bluetooth", "", "headset-head-unit"), "BluetoothHFP"},
       {"Bluetooth HFP by port kind", output("bluez_sink.00_11.handsfree_head_unit", "handsfree-output", Kind::handsfree), "BluetoothHFP"},
       {"a bluez sink without properties", output("bluez_sink.00_11", ""), "BluetoothA2DPOutput"},
       {"USB headset", output("alsa_output.usb-Logi.analog-stereo", "analog-output-headphones", Kind::headphones, "usb"), "USBAudio"},
-      {"USB port kind", output("x", "", Kind::usb), "USBAudio"},
       // Then the port's kind.
       {"speaker", output("alsa_output.pci.analog-stereo", "analog-output-speaker", Kind::speaker, "pci"), "Speaker"},
       {"headphones", output("alsa_output.pci.analog-stereo", "analog-output-headphones", Kind::headphones, "pci"), "Headphones"},
-      {"wired headset", output("alsa_output.pci.analog-stereo", "analog-output-headset", Kind::headset, "pci"), "Headphones"},
-      {"earpiece", output("x", "earpiece", Kind::earpiece), "Receiver"},
-      {"line out", output("x", "analog-output-lineout", Kind::line, "pci"), "LineOut"},
-      {"S/PDIF", output("x", "iec958-stereo-output", Kind::spdif), "LineOut"},
       {"HDMI", output("alsa_output.pci.hdmi-stereo", "hdmi-output-0", Kind::hdmi, "pci"), "HDMI"},
-      {"TV", output("x", "", Kind::tv), "HDMI"},
-      {"car", output("x", "", Kind::car), "CarAudio"},
       {"network", output("raop_output.living-room", "", Kind::network), "AirPlay"},
       // Then the form factor, then words of the port's name (servers before kinds, PipeWire's ALSA sinks).
       {"form factor headset", output("x", "", Kind::unknown, "", "headset"), "Headphones"},
-      {"form factor internal", output("x", "", Kind::unknown, "pci", "internal"), "Speaker"},
-      {"form factor tv", output("x", "", Kind::unknown, "", "tv"), "HDMI"},
       {"port name headphones", output("x", "analog-output-headphones"), "Headphones"},
-      {"port name hdmi", output("x", "hdmi-output-1"), "HDMI"},
-      {"port name line out", output("x", "analog-output-lineout"), "LineOut"},
       // Nothing known: a null sink, a plain analog output.
       {"null sink", output("auto_null", ""), "Speaker"},
       {"unknown analog", output("x", "analog-output", Kind::unknown, "pci"), "Speaker"},
@@ -137,11 +102,6 @@ TEST(RouteChangeReason, SaysWhetherTheOldOutputWentTheNewOneCameOrTheChoiceChang
        state(headphones, {{"pci", "analog-output-speaker"}, {"pci", "analog-output-headphones"}}), 1},
       {"headphones pulled out",
        state(headphones, {{"pci", "analog-output-speaker"}, {"pci", "analog-output-headphones"}}),
-       state(speaker, {{"pci", "analog-output-speaker"}}), 2},
-      {"a USB device arrives and becomes the default",
-       state(speaker, {{"pci", "analog-output-speaker"}}),
-       state(usb, {{"pci", "analog-output-speaker"}, {"usb", ""}}), 1},
-      {"the USB device is removed", state(usb, {{"pci", "analog-output-speaker"}, {"usb", ""}}),
        state(speaker, {{"pci", "analog-output-speaker"}}), 2},
       {"the user picks another output that was there",
        state(speaker, {{"pci", "analog-output-speaker"}, {"usb", ""}}),

@@ -5,81 +5,143 @@
 #include <atomic>
 #include <chrono>
 #include <fstream>
+#include <memory>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "applogic/platform/run_loop.h"
+#include "platform/raw_clip_server.h"
 #include "platform/wav_clip.h"
 #include "run_until_quit.h"
 
 namespace applogic {
 namespace {
 
-using test::writeClip;
+using test::RawClipServer;
 
-Url fileUrl(const std::string& path) { return *Url::parse("file://" + path); }
+const std::string kEnd(platform::kMediaPlayerItemDidPlayToEndTimeNotification);
+const std::string kFailed(platform::kMediaPlayerItemFailedToPlayToEndTimeNotification);
 
 class GStreamerMediaPlayerTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    factory = platform::makeGStreamerMediaPlayers(loop, center, {"fakesink sync=true"});
+    factory = platform::makeGStreamerMediaPlayers(loop, center, {"fakesink sync=true", [this] { ++firstBuffers; }});
     if (!factory) GTEST_SKIP() << "GStreamer with playbin is not installed";
+    player = factory->makePlayer();
+    observation = player->observeRate([this](float rate) { rates.push_back(rate); });
+    token = center->addObserver(std::nullopt, nullptr, [this](const platform::Notification& n) {
+      const auto* reason = platform::userInfoValue<std::string>(n, platform::kGStreamerErrorReasonKey);
+      const bool unexplained = n.name != kEnd && (!reason || reason->empty());
+      reports.push_back(n.name + (loop->isMainThread() ? "" : " elsewhere") + (unexplained ? " without a reason" : ""));
+      if (quitOnReport) loop->quit();
+    });
+  }
+  void TearDown() override {
+    if (factory) center->removeObserver(token);
+  }
+
+  // Plays the player's item until it reports its end or a failure.
+  void playToAReport() {
+    player->play();
+    ASSERT_TRUE(test::runUntilQuit(*loop));
+  }
+
+  // Runs the loop for a while without quitting at reports: long enough for a player that retries
+  // after a failure to show it many times over. Nothing is asserted about time.
+  void keepRunning() {
+    quitOnReport = false;
+    std::thread timer([this] {
+      std::this_thread::sleep_for(std::chrono::milliseconds(500));
+      loop->quit();
+    });
+    loop->run();
+    timer.join();
+    quitOnReport = true;
   }
 
   std::shared_ptr<platform::RunLoop> loop = std::make_shared<platform::RunLoop>();
   std::shared_ptr<platform::NotificationCenter> center = platform::makeNotificationCenter();
+  std::atomic<int> firstBuffers{0};
   std::shared_ptr<platform::MediaPlayerFactory> factory;
+  std::shared_ptr<platform::MediaPlayer> player;
+  std::unique_ptr<platform::MediaPlayerRateObservation> observation;
+  std::vector<float> rates;
+  std::vector<std::string> reports;
+  bool quitOnReport = true;
+  platform::NotificationObserverToken token;
 };
 
-TEST_F(GStreamerMediaPlayerTest, AClipPlaysToItsEndAndAgainAfterARewind) {
-  auto player = factory->makePlayer();
-  auto item = factory->makeItem(fileUrl(writeClip("gst_clip.wav", 0.2)));
-  std::vector<float> rates;
-  auto observation = player->observeRate([&](float rate) { rates.push_back(rate); });
-  std::vector<std::string> seen;
-  auto token = center->addObserver(std::nullopt, item.get(), [&](const platform::Notification& n) {
-    seen.push_back(n.name + (loop->isMainThread() ? " on main" : " elsewhere"));
-    loop->quit();
-  });
-  EXPECT_EQ(player->duration(), std::nullopt);
-  player->replaceCurrentItem(item);
-  player->play();
-  ASSERT_TRUE(test::runUntilQuit(*loop));
-  // 1600 samples at 8 kHz: the length of the clip as written, not a measured time.
-  EXPECT_EQ(player->duration(), std::chrono::milliseconds(200));
-  EXPECT_GT(player->currentTime(), std::chrono::milliseconds(100));
-  player->seek(std::chrono::seconds(0));
-  player->play();
-  ASSERT_TRUE(test::runUntilQuit(*loop));
-  const std::string end = std::string(platform::kMediaPlayerItemDidPlayToEndTimeNotification) + " on main";
-  EXPECT_EQ(seen, (std::vector<std::string>{end, end}));
-  EXPECT_EQ(rates, (std::vector<float>{0.0f, 1.0f, 0.0f, 1.0f, 0.0f}));
-  center->removeObserver(token);
+// A clip plays to its end, reported on the main thread, and again after a rewind; the first-buffer
+// hook runs once per loaded item, not once per play. After the end the player loads the address
+// again rather than seeking back, so a server that does not take Range requests (as
+// `python3 -m http.server`) plays the clip again as well.
+TEST_F(GStreamerMediaPlayerTest, AClipPlaysToItsEndAndAgainAfterARewindFromAFileOrOverHttp) {
+  RawClipServer server(testing::toneWavClip(0.2), false);
+  for (const std::string& url : {"file://" + test::writeClip("gst_clip.wav", 0.2), server.url()}) {
+    SCOPED_TRACE(url);
+    const Url clip = *Url::parse(url);
+    rates.clear();
+    reports.clear();
+    firstBuffers = 0;
+    EXPECT_EQ(player->duration(), std::nullopt);
+    player->replaceCurrentItem(factory->makeItem(clip));
+    playToAReport();
+    // 1600 samples at 8 kHz: the length of the clip as written, not a measured time.
+    EXPECT_EQ(player->duration(), std::chrono::milliseconds(200));
+    EXPECT_GT(player->currentTime(), std::chrono::milliseconds(100));
+    // The sink sees every buffer before the end it reports, so the count is final at each end.
+    EXPECT_EQ(firstBuffers.load(), 1);
+    const std::size_t requestsOfTheFirstPlay = server.requests();
+    player->seek(std::chrono::seconds(0));
+    playToAReport();
+    EXPECT_EQ(reports, (std::vector<std::string>{kEnd, kEnd}));
+    EXPECT_EQ(rates, (std::vector<float>{1.0f, 0.0f, 1.0f, 0.0f}));
+    EXPECT_EQ(firstBuffers.load(), 1);
+    EXPECT_EQ(server.requests() > requestsOfTheFirstPlay, url == server.url());
+    player->replaceCurrentItem(factory->makeItem(clip));
+    playToAReport();
+    EXPECT_EQ(firstBuffers.load(), 2);
+    player->replaceCurrentItem(nullptr);
+  }
 }
 
-TEST_F(GStreamerMediaPlayerTest, TheFirstBufferHookRunsOncePerLoadedItem) {
-  auto firstBuffers = std::make_shared<std::atomic<int>>(0);
-  auto hooked = platform::makeGStreamerMediaPlayers(
-      loop, center, {"fakesink sync=true", [firstBuffers] { firstBuffers->fetch_add(1); }});
-  ASSERT_NE(hooked, nullptr);
-  auto player = hooked->makePlayer();
-  const Url clip = fileUrl(writeClip("gst_hooked.wav", 0.1));
-  auto quitAtEnd = center->addObserver(std::nullopt, nullptr, [&](const platform::Notification&) { loop->quit(); });
-  // The sink sees every buffer before the end it reports, so the count is final at each end.
-  player->replaceCurrentItem(hooked->makeItem(clip));
-  player->play();
-  ASSERT_TRUE(test::runUntilQuit(*loop));
-  EXPECT_EQ(firstBuffers->load(), 1);
-  player->seek(std::chrono::seconds(0));
-  player->play();
-  ASSERT_TRUE(test::runUntilQuit(*loop));
-  EXPECT_EQ(firstBuffers->load(), 1);
-  player->replaceCurrentItem(hooked->makeItem(clip));
-  player->play();
-  ASSERT_TRUE(test::runUntilQuit(*loop));
-  EXPECT_EQ(firstBuffers->load(), 2);
-  center->removeObserver(quitAtEnd);
+// Whatever breaks, the failure is reported once, with a reason, and nothing opens the address
+// again until the app plays it; then the player tries it afresh.
+TEST_F(GStreamerMediaPlayerTest, WhatCannotBePlayedFailsOnceAndIsOpenedAgainOnlyWhenPlayed) {
+  const std::string text = "this is text, not sound\n";
+  const std::string notAudio = ::testing::TempDir() + "gst_not_audio.txt";
+  std::ofstream(notAudio) << text;
+  struct Row {
+    const char* name;
+    std::string url;
+    std::shared_ptr<RawClipServer> server;
+  };
+  const Row rows[] = {
+      {"a missing file", "file://" + ::testing::TempDir() + "gst_missing.wav", nullptr},
+      {"a text file", "file://" + notAudio, nullptr},
+      // Port 1 of the loopback interface: nothing listens there, so the connection is refused.
+      {"a refused connection", "http://127.0.0.1:1/clip.wav", nullptr},
+      {"text served as audio", "", std::make_shared<RawClipServer>(text, false)},
+      {"a server that vanishes mid-clip", "", std::make_shared<RawClipServer>(testing::toneWavClip(0.4), true)},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    reports.clear();
+    player->replaceCurrentItem(factory->makeItem(*Url::parse(row.server ? row.server->url() : row.url)));
+    playToAReport();
+    const std::size_t requests = row.server ? row.server->requests() : 0;
+    keepRunning();
+    EXPECT_EQ(reports, std::vector<std::string>{kFailed});
+    EXPECT_EQ(player->rate(), 0.0f);
+    EXPECT_EQ(row.server ? row.server->requests() : 0, requests);
+    if (row.name == std::string("text served as audio")) {
+      playToAReport();
+      EXPECT_EQ(reports, (std::vector<std::string>{kFailed, kFailed}));
+      EXPECT_GT(row.server->requests(), requests);
+    }
+  }
 }
 
 }  // namespace

@@ -27,8 +27,7 @@ class RawClipServer {
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     socklen_t length = sizeof address;
-    EXPECT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&address), length), 0);
-    EXPECT_EQ(::listen(listener, 8), 0);
+    EXPECT_TRUE(::bind(listener, reinterpret_cast<sockaddr*>(&address), length) == 0 && ::listen(listener, 8) == 0);
     ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length);
     port_ = ntohs(address.sin_port);
     thread_ = std::thread([this, listener, vanishes, clip = std::move(clip)] {
@@ -39,10 +38,9 @@ class RawClipServer {
         ++requests_;
         std::string request;
         char buffer[1024];
-        while (request.find("\r\n\r\n") == std::string::npos) {
-          const ssize_t got = ::read(connection, buffer, sizeof buffer);
-          if (got <= 0) break;
-          request.append(buffer, static_cast<std::size_t>(got));
+        for (ssize_t got = 1; got > 0 && request.find("\r\n\r\n") == std::string::npos;) {
+          got = ::read(connection, buffer, sizeof buffer);
+          if (got > 0) request.append(buffer, static_cast<std::size_t>(got));
         }
         const std::string answer = "HTTP/1.1 200 OK\r\nContent-Type: audio/x-wav\r\nConnection: close\r\n"
                                    "Content-Length: " + std::to_string(clip.size()) + "\r\n\r\n" +

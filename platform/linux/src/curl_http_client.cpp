@@ -120,12 +120,13 @@ std::optional<HttpCookie> parseCookieLine(std::string_view line) {
     line.remove_prefix(kHttpOnly.size());
   }
   std::string_view fields[7];
-  for (int i = 0; i < 7; ++i) {
+  for (int i = 0; i < 6; ++i) {
     const auto tab = line.find('\t');
-    if (i < 6 && tab == std::string_view::npos) return std::nullopt;
-    fields[i] = line.substr(0, i < 6 ? tab : std::string_view::npos);
-    if (i < 6) line.remove_prefix(tab + 1);
+    if (tab == std::string_view::npos) return std::nullopt;
+    fields[i] = line.substr(0, tab);
+    line.remove_prefix(tab + 1);
   }
+  fields[6] = line;  // the value: the rest of the line
   std::string_view domain = fields[0];
   if (domain.starts_with('.')) domain.remove_prefix(1);
   cookie.domain = asciiLowercase(domain);
@@ -209,7 +210,7 @@ class Core {
   }
 
   std::uint64_t add(HttpRequest request, std::weak_ptr<Delivery> delivery) {
-    const std::uint64_t id = nextId_.fetch_add(1) + 1;
+    const std::uint64_t id = nextId_.fetch_add(1);
     push([this, id, request = std::move(request), delivery = std::move(delivery)]() mutable {
       begin(id, std::move(request), std::move(delivery));
     });
