@@ -102,8 +102,6 @@ TEST(AI3POpenIdRequestTest, MissingRedirectOrClientIdGivesNoRequest) {
   const Row rows[] = {
       {"no bundle identifier", [](ClientFixture& f) { f.bundle->set(platform::kCFBundleIdentifierKey, std::nullopt); },
        AIError(kAIInvalidInput, "Redirect to uri is invalid.")},
-      {"API key not valid", [](ClientFixture& f) { f.configuration.apiKeyPublicKey = test::otherKeys().publicPem; },
-       AIError(kAIInvalidInput, "Client id is invalid.")},
       {"empty client id", [](ClientFixture& f) { f.bundle->set("APIKey", test::apiKeyFor("https://a/ap/oa", "https://t", "")); },
        AIError(kAIInvalidInput, "Client id is invalid.")},
   };

@@ -127,12 +127,6 @@ TEST_F(ExchangeTest, CodeExchangeSavesTokensWithTheCallScopesOrWipesEverythingWh
 }
 
 TEST_F(ExchangeTest, NothingToSendIsLeftToTheCallerToAnswer) {
-  // No stored code: the request cannot be built.
-  const auto ctx = context(AICallMethod::authorizeUser);
-  EXPECT_FALSE(codeExchanger_->getRefreshTokenForAuthCode(ctx));
-  EXPECT_EQ(ctx->error(), AIError(kAIInternalError, "SDK incountered internal Error."));
-  EXPECT_EQ(delegate_->answers(), 0u);
-
   // No refresh token: code 1, answered once by the operation.
   refresher_->getAccessToken(context(AICallMethod::getAccessToken));
   ASSERT_EQ(delegate_->failures.size(), 1u);
@@ -155,10 +149,8 @@ TEST_F(ExchangeTest, UnusableAnswersAreServerErrors) {
   const std::pair<std::string, AIError> rows[] = {
       {"[]", unparsable},
       {R"({"access_token":"a","refresh_token":"r"})", invalid},
-      {R"({"access_token":"a","refresh_token":"r","expires_in":"3600"})", invalid},
       {R"({"access_token":"a","refresh_token":"r","expires_in":0})", invalid},
       {R"({"access_token":"a","expires_in":60})", invalid},
-      {R"({"refresh_token":"r","expires_in":60})", invalid},
       {R"({"error":"slow_down","error_description":"Wait."})", AIError(kAIServerError, "Wait.")},
   };
   for (const auto& [body, expected] : rows) {
@@ -169,27 +161,6 @@ TEST_F(ExchangeTest, UnusableAnswersAreServerErrors) {
     f_.pump();
     ASSERT_EQ(delegate->failures.size(), 1u) << body;
     EXPECT_EQ(delegate->failures[0].error(), expected) << body;
-  }
-}
-
-// Only an insufficient_scope whose description names the profile scope drops it from the stored
-// refresh token.
-TEST_F(ExchangeTest, InsufficientScopeForTheProfileDropsTheProfileScope) {
-  const std::pair<std::string, std::vector<std::string>> rows[] = {
-      {"Insufficient scope: Scope required PROFILE.", {"postal_code"}},
-      {"Insufficient scope.", {"profile", "postal_code"}},
-  };
-  for (const auto& [description, scopesAfter] : rows) {
-    storeAll();
-    f_.http->script("GET", kProfileUrl, {error(403, "insufficient_scope", description)});
-    auto delegate = std::make_shared<RecordingDelegate>();
-    profiler_->getProfile(context(AICallMethod::getProfile, delegate));
-    f_.pump();
-    ASSERT_EQ(delegate->failures.size(), 1u);
-    EXPECT_EQ(delegate->failures[0].error(), AIError(kAIApplicationNotAuthorized, description));
-    const auto refresh = stored(kTokenTypeRefreshToken);
-    ASSERT_TRUE(refresh);
-    EXPECT_EQ(static_cast<AIRefreshToken&>(*refresh).scopes(), scopesAfter) << description;
   }
 }
 

@@ -25,22 +25,6 @@ class MobileLibTest : public ::testing::Test {
   std::shared_ptr<RecordingDelegate> delegate_ = std::make_shared<RecordingDelegate>();
 };
 
-TEST_F(MobileLibTest, RefusedCallsAnswerOnceAndShowNothing) {
-  lib().authorizeUserForScopes({"profile"}, delegate_, JsonObject{{"return_authorization_code", true}});
-  lib().authorizeUserForScopes({"profile"}, nullptr);  // without a delegate nothing happens
-  f_.pump();
-  ASSERT_EQ(delegate_->failures.size(), 1u);
-  EXPECT_EQ(delegate_->answers(), 1u);
-  EXPECT_EQ(delegate_->failures[0].error(), AIError(kAIInvalidInput, std::string(kAIMessageMissingCodeChallenge)));
-
-  AIAppIdentifier::resetSharedInstance();
-  f_.bundle->set("APIKey", test::mint(R"({"ver":"3","bundleSeedId":"com.tunevo.app"})", test::otherKeys()));
-  lib().authorizeUserForScopes({"profile"}, delegate_);
-  ASSERT_EQ(delegate_->failures.size(), 2u);
-  EXPECT_EQ(delegate_->failures[1].error(), AIError(kAIInvalidInput, std::string(kAIMessageInvalidAPIKey)));
-  EXPECT_TRUE(f_.presenter->opened().empty());
-}
-
 TEST_F(MobileLibTest, NarrowerRequestSignsInForTheUnionWithStateAndChallenge) {
   f_.save(AIRefreshToken("rt", {"profile", "postal_code"}, *f_.clock));
   f_.save(AIProfileData(JsonObject{{"user_id", "u"}}, *f_.clock));
@@ -159,23 +143,6 @@ TEST_F(MobileLibTest, VersionDeniedFallsBackToTheDefaultViewOnce) {
   f_.pump();
   EXPECT_EQ(delegate_->successes.size(), 1u);
   EXPECT_EQ(delegate_->answers(), 1u);
-}
-
-TEST_F(MobileLibTest, SignOutDeletesTheFourKindsAndTheSignInSiteCookies) {
-  f_.save(AICode("ac", *f_.clock));
-  f_.save(AIRefreshToken("rt", {"profile"}, *f_.clock));
-  f_.save(accessToken("at", std::chrono::seconds(60)));
-  f_.save(AIProfileData(JsonObject{{"user_id", "u"}}, *f_.clock));
-  f_.http->addCookie({.name = "session", .value = "1", .domain = "amazon.com", .hostOnly = false, .secure = true});
-  f_.http->addCookie({.name = "www", .value = "1", .domain = "www.amazon.com"});
-  f_.http->addCookie({.name = "other", .value = "1", .domain = "other.example"});
-  f_.http->addCookie({.name = "sibling", .value = "1", .domain = "api.amazon.com"});
-  lib().clearAuthorizationState(delegate_);
-  ASSERT_EQ(delegate_->successes.size(), 1u);
-  EXPECT_TRUE(f_.store->items().empty());
-  std::vector<std::string> left;
-  for (const auto& cookie : f_.http->allCookies()) left.push_back(cookie.name);
-  EXPECT_EQ(left, (std::vector<std::string>{"other", "sibling"}));
 }
 
 TEST_F(MobileLibTest, AccessTokenIsServedUntilItsExpirySecondThenRefreshed) {

@@ -57,21 +57,6 @@ TEST_F(AmazonLoginServiceTest, SignsInThroughThePageWithTheSandboxFlag) {
   }
 }
 
-TEST_F(AmazonLoginServiceTest, ProfileNeedsStringEmailAndUserIdOrNothingIsReported) {
-  const std::pair<const char*, bool> rows[] = {
-      {R"({"name":"N","user_id":"u1","email":"e@x"})", true}, {R"({"user_id":42,"email":"e@x"})", false}, {R"({"user_id":"u1"})", false}};
-  for (const auto& [profile, reported] : rows) {
-    signedIn(std::chrono::seconds(600));
-    f_.http->script("GET", kProfileUrl, {HttpAnswer::response(200, profile)});
-    login();
-    f_.pump();
-    ASSERT_EQ(results_.size(), reported ? 1u : 0u) << profile;
-    if (reported) {
-      EXPECT_EQ(results_[0].value(), (AmazonLoginInfo{"e@x", "u1", "at.0"}));
-    }
-  }
-}
-
 TEST_F(AmazonLoginServiceTest, BothStepsFailingReportsTheErrorThatArrivedLast) {
   struct Row {
     std::chrono::seconds accessTokenLifetime;  // zero: no access token stored

@@ -118,8 +118,6 @@ class ClientFixture {
     configuration.apiKeyPublicKey = issuerKeys().publicPem;
     configuration.profileEndpointUrl = "https://api.test/user/profile";
     configuration.sandboxProfileEndpointUrl = "https://api.sandbox.test/user/profile";
-    configuration.integrationProfileEndpointUrl = "https://api.integ.test/user/profile";
-    configuration.integrationSandboxProfileEndpointUrl = "https://api.sandbox.integ.test/user/profile";
   }
   ~ClientFixture() {
     AIAppIdentifier::resetSharedInstance();
