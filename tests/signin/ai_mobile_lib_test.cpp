@@ -145,6 +145,17 @@ TEST_F(MobileLibTest, VersionDeniedFallsBackToTheDefaultViewOnce) {
   EXPECT_EQ(delegate_->answers(), 1u);
 }
 
+// Without a delegate the profile is still fetched, but the call's own error (code 6) keeps it
+// from being stored.
+TEST_F(MobileLibTest, ProfileWithoutDelegateIsNotKept) {
+  f_.http->script("GET", test::kProfileUrl, {HttpAnswer::response(200, R"({"user_id":"u1"})")});
+  f_.save(accessToken("at", std::chrono::seconds(600)));
+  lib().getProfile(nullptr);
+  f_.pump();
+  EXPECT_EQ(f_.http->requests().size(), 1u);
+  EXPECT_FALSE(f_.stored(kTokenTypeProfileData));
+}
+
 TEST_F(MobileLibTest, AccessTokenIsServedUntilItsExpirySecondThenRefreshed) {
   f_.save(AIRefreshToken("rt", {"profile"}, *f_.clock));
   f_.save(accessToken("at.VALID", std::chrono::seconds(10)));

@@ -74,6 +74,7 @@ TEST(SignInViewModes, ShowTheFirstStrategyThatStarts) {
     h.manager->initializeSignIn(h.call(row.sandbox));
     EXPECT_EQ(h.presenter->opened(), std::vector<ScriptedSignInPresenter::Opened>{row.opened});
     EXPECT_FALSE(h.error.hasErrorOccured()) << h.error.message();
+    EXPECT_NE(h.manager->strategy(), nullptr) << "the strategy that showed the page is kept";
   }
 }
 

@@ -1,15 +1,18 @@
-// The client's value rules: server error words, URL queries and app values, the PKCE proof key,
-// and the public key text and bytes.
+// The client's value rules: server error words, URL queries and app values (with the manifest
+// port that feeds them), the PKCE proof key, and the public key text and bytes.
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <array>
+#include <filesystem>
+#include <fstream>
 #include <optional>
 #include <regex>
 #include <string>
 #include <vector>
 
+#include "applogic/platform/app_manifest_bundle_info.h"
 #include "applogic/signin/client/ai_error.h"
 #include "applogic/signin/client/ai_rsa_signer.h"
 #include "applogic/testing/fixed_locale.h"
@@ -99,6 +102,32 @@ TEST(AIUtilsParseTest, QueryParametersOfAURL) {
   for (const auto& [url, expected] : rows) EXPECT_EQ(AIUtils::getKeyValueDictionaryParseString(url), expected) << url;
 }
 
+// The manifest port feeds the bundle values the client reads.
+TEST(AppManifestBundleInfoTest, ReadsTheBundleKeysOfTheManifest) {
+  const auto dir = std::filesystem::path(::testing::TempDir()) / "app_manifest_test";
+  std::filesystem::create_directories(dir);
+  const auto path = dir / "app-manifest.json";
+  std::ofstream(path) << R"({"CFBundleIdentifier":"com.tunevo.app","APIKey":"k","IBAAppAPIKey":7,)"
+                      << R"("CFBundleURLTypes":[{"CFBundleURLSchemes":["amzn-com.tunevo.app",3,"tunevo"]},)"
+                      << R"("not an entry",{"CFBundleURLName":"x"},{"CFBundleURLSchemes":["second"]}]})";
+  const auto bundle = platform::makeAppManifestBundleInfo(path);
+  EXPECT_EQ(bundle->bundleIdentifier(), "com.tunevo.app");
+  EXPECT_EQ(bundle->stringValue("APIKey"), "k");
+  EXPECT_FALSE(bundle->stringValue("IBAAppAPIKey"));
+  EXPECT_EQ(bundle->urlSchemes(), (std::vector<std::string>{"amzn-com.tunevo.app", "tunevo", "second"}));
+
+  for (const char* text : {"[1]", "{\"CFBundleIdentifier\":", ""}) {
+    std::ofstream(dir / "broken.json") << text;
+    const auto broken = platform::makeAppManifestBundleInfo(dir / "broken.json");
+    EXPECT_FALSE(broken->bundleIdentifier()) << text;
+    EXPECT_TRUE(broken->urlSchemes().empty());
+  }
+  // A missing manifest and a directory in its place read as an empty bundle; nothing throws.
+  EXPECT_FALSE(platform::makeAppManifestBundleInfo(dir / "missing.json")->bundleIdentifier());
+  EXPECT_FALSE(platform::makeAppManifestBundleInfo(dir)->bundleIdentifier());
+  EXPECT_EQ(platform::defaultAppManifestPath().filename(), "app-manifest.json");
+}
+
 // The random octets of RFC 7636, appendix B.
 class RfcOctets final : public platform::SecureRandom {
  public:
@@ -170,6 +199,12 @@ TEST(StripPublicKeyHeaderTest, FollowsTheByteRules) {
       {"EndsInALongLength", Bytes{0x30, 0x84, 0x01}, std::nullopt},
       {"EndsBeforeTheUnusedBitsByte", join({{0x30, 0x1A}, kAlgorithm, {0x03, 0x09}}), std::nullopt}};
   for (const Row& row : rows) EXPECT_EQ(AIRSASigner::stripPublicKeyHeader(row.input), row.expected) << row.name;
+}
+
+TEST(AIRSASignerTest, VerifiesOnlyWithCryptoAndTheIssuersKey) {
+  const std::string signature = test::sign(test::issuerKeys(), "head.payload");
+  EXPECT_TRUE(AIRSASigner(platform::makeOpenSslCrypto()).verifyMessage("head.payload", signature, test::issuerKeys().publicPem));
+  EXPECT_FALSE(AIRSASigner(nullptr).verifyMessage("head.payload", signature, test::issuerKeys().publicPem));
 }
 
 TEST(RemoveFormattingFromKeyTest, KeepsTheEndMarkerOfAKeyText) {
