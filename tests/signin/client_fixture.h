@@ -2,10 +2,12 @@
 
 // A sign-in client over the doubles: a fixed device, a bundle with a verified API key whose
 // sign-in page and token endpoint are `authz` and `tokenExchange`, an in-memory store, a manual
-// clock, seeded randomness with the real crypto, and a scripted HTTP client on a manual main thread.
+// clock, seeded randomness with the real crypto, a scripted presenter (the browser only), and a
+// scripted HTTP client on a manual main thread. The process-wide coordinator is made anew.
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -18,12 +20,15 @@
 #include "applogic/signin/client/api_result.h"
 #include "applogic/signin/client/ai_client_services.h"
 #include "applogic/signin/client/ai_spop.h"
+#include "applogic/signin/client/ai_mobile_lib.h"
 #include "applogic/signin/client/ai_token_manager.h"
+#include "applogic/signin/client/ai_utils.h"
 #include "applogic/testing/bundle_values.h"
 #include "applogic/testing/fixed_device_info.h"
 #include "applogic/testing/in_memory_secure_store.h"
 #include "applogic/testing/manual_clock.h"
 #include "applogic/testing/manual_main_thread.h"
+#include "applogic/testing/scripted_sign_in_presenter.h"
 #include "applogic/testing/scripted_http_client.h"
 #include "applogic/testing/seeded_random.h"
 #include "signin/api_key_minting.h"
@@ -35,6 +40,8 @@ inline constexpr const char* kClientId = "amzn1.application-oa2-client.tunevo";
 inline constexpr const char* kRedirect = "amzn-com.tunevo.app://?methodName=signin";
 // Base64 of {"bundleID":"com.tunevo.app"}, its "=" escaped.
 inline constexpr const char* kAppId = "eyJidW5kbGVJRCI6ImNvbS50dW5ldm8uYXBwIn0%3D";
+inline constexpr const char* kTokenUrl = "https://api.test/auth/o2/token";
+inline constexpr const char* kProfileUrl = "https://api.test/user/profile";
 
 inline std::string apiKeyFor(const std::string& authz, const std::string& tokenExchange,
                              const std::string& clientId = kClientId) {
@@ -58,7 +65,7 @@ inline std::unique_ptr<AIToken> storedToken(const AITokenManager& tokens, std::i
 }
 
 // Records every answer, also into an order shared by several delegates (to see who came first).
-class RecordingDelegate final : public AIAuthenticationDelegate {
+class RecordingDelegate : public AIAuthenticationDelegate {
  public:
   explicit RecordingDelegate(std::string name = "d", std::shared_ptr<std::vector<std::string>> order = nullptr)
       : name_(std::move(name)), order_(order ? std::move(order) : std::make_shared<std::vector<std::string>>()) {}
@@ -97,6 +104,7 @@ class ClientFixture {
       : authz_(std::move(authz)), tokenExchange_(std::move(tokenExchange)) {
     AIAppIdentifier::resetSharedInstance();
     AISPOP::resetSharedInstance();
+    AIAuthPortalProxy::resetSharedInstance();
     bundle->set("APIKey", apiKeyFor(authz_, tokenExchange_));
     platform.clock = clock;
     platform.crypto = platform::makeOpenSslCrypto();
@@ -106,16 +114,28 @@ class ClientFixture {
     platform.secureStore = store;
     platform.mainThread = mainThread;
     platform.httpClient = http;
+    platform.signInPresenter = presenter;
     configuration.apiKeyPublicKey = issuerKeys().publicPem;
     configuration.profileEndpointUrl = "https://api.test/user/profile";
     configuration.sandboxProfileEndpointUrl = "https://api.sandbox.test/user/profile";
-    configuration.integrationProfileEndpointUrl = "https://api.integ.test/user/profile";
-    configuration.integrationSandboxProfileEndpointUrl = "https://api.sandbox.integ.test/user/profile";
   }
   ~ClientFixture() {
     AIAppIdentifier::resetSharedInstance();
     AISPOP::resetSharedInstance();
+    AIAuthPortalProxy::resetSharedInstance();
   }
+
+  AIMobileLib lib() const { return AIMobileLib(platform, configuration); }
+  AITokenManager tokens() const { return lib().proxy()->services()->tokenManager(); }
+  void save(const AIToken& token) const { storeToken(tokens(), token); }
+  std::unique_ptr<AIToken> stored(std::int32_t type) const { return storedToken(tokens(), type); }
+  void pump() const { mainThread->runPending(); }
+  // The query of the sign-in page shown last.
+  std::map<std::string, std::string> shown() const {
+    return presenter->opened().empty() ? std::map<std::string, std::string>{}
+                                       : AIUtils::getKeyValueDictionaryParseString(presenter->opened().back().url);
+  }
+  static std::string redirect(const std::string& query) { return std::string(kRedirect) + "&" + query; }
 
   std::shared_ptr<const AIClientServices> services() const {
     return std::make_shared<AIClientServices>(platform, configuration);
@@ -139,6 +159,7 @@ class ClientFixture {
   std::shared_ptr<testing::InMemorySecureStore> store = std::make_shared<testing::InMemorySecureStore>();
   std::shared_ptr<testing::ManualMainThread> mainThread = std::make_shared<testing::ManualMainThread>();
   std::shared_ptr<testing::ScriptedHttpClient> http = std::make_shared<testing::ScriptedHttpClient>(mainThread);
+  std::shared_ptr<testing::ScriptedSignInPresenter> presenter = std::make_shared<testing::ScriptedSignInPresenter>();
   platform::Platform platform;
   ClientConfiguration configuration;
 };

@@ -13,7 +13,6 @@
 #include "applogic/signin/client/ai_mobile_lib.h"
 #include "applogic/testing/fault_plan.h"
 #include "applogic/testing/faulty_crypto.h"
-#include "applogic/testing/scripted_sign_in_presenter.h"
 #include "signin/client_fixture.h"
 
 namespace applogic::signin {
@@ -21,31 +20,26 @@ namespace {
 
 using testing::FaultPlan;
 using testing::HttpAnswer;
-
-constexpr const char* kTokenUrl = "https://api.test/auth/o2/token";
-constexpr const char* kProfileUrl = "https://api.test/user/profile";
+using test::kProfileUrl;
+using test::kTokenUrl;
 
 // One run: a client over fresh doubles that share one fault plan.
 class FlowRun {
  public:
   FlowRun() {
-    AIAuthPortalProxy::resetSharedInstance();
-    f.platform.signInPresenter = presenter;
     f.platform.crypto = std::make_shared<testing::FaultyCrypto>(f.platform.crypto, plan);
     f.store->setFaultPlan(plan);
     f.http->setFaultPlan(plan);
     f.random->setFaultPlan(plan);
-    presenter->setFaultPlan(plan);
+    f.presenter->setFaultPlan(plan);
     f.http->script("POST", kTokenUrl, {HttpAnswer::response(200, test::tokenAnswer("at.new", "rt.new"))});
     f.http->script("GET", kProfileUrl, {HttpAnswer::response(200, R"({"user_id":"u1","email":"e@x"})")});
   }
-  ~FlowRun() { AIAuthPortalProxy::resetSharedInstance(); }
-
-  AIMobileLib lib() const { return AIMobileLib(f.platform, f.configuration); }
-  AITokenManager tokens() const { return lib().proxy()->services()->tokenManager(); }
+  AIMobileLib lib() const { return f.lib(); }
+  AITokenManager tokens() const { return f.tokens(); }
   void signedIn(std::chrono::seconds accessLifetime) {
-    test::storeToken(tokens(), AIRefreshToken("rt.0", {"profile"}, *f.clock));
-    test::storeToken(tokens(), AIAccessToken("at.0", {"profile"}, f.clock->now() + accessLifetime, *f.clock));
+    f.save(AIRefreshToken("rt.0", {"profile"}, *f.clock));
+    f.save(AIAccessToken("at.0", {"profile"}, f.clock->now() + accessLifetime, *f.clock));
   }
   // Runs the main thread until nothing is left to run; false when it never gets there.
   bool settle() {
@@ -56,9 +50,8 @@ class FlowRun {
   }
   // When a sign-in page is shown, the user signs in and the app hands the redirect in.
   void userSignsIn() {
-    if (presenter->opened().empty()) return;
-    const auto state = AIUtils::getKeyValueDictionaryParseString(presenter->opened().back().url)["state"];
-    lib().handleOpenURL(std::string(test::kRedirect) + "&code=c.1&state=" + state);
+    if (f.presenter->opened().empty()) return;
+    lib().handleOpenURL(f.redirect("code=c.1&state=" + f.shown()["state"]));
   }
   void failAt(std::size_t n) {
     storeCallsAtStart_ = f.store->calls().size();
@@ -76,7 +69,6 @@ class FlowRun {
 
   test::ClientFixture f;
   std::shared_ptr<FaultPlan> plan = std::make_shared<FaultPlan>();
-  std::shared_ptr<testing::ScriptedSignInPresenter> presenter = std::make_shared<testing::ScriptedSignInPresenter>();
   std::shared_ptr<test::RecordingDelegate> delegate = std::make_shared<test::RecordingDelegate>();
   std::shared_ptr<AmazonLoginService> service;
   std::vector<Result<AmazonLoginInfo>> serviceResults;
@@ -179,7 +171,7 @@ TEST(SignInFaultInjectionTest, EveryFlowAnswersOnceAndLosesNothingWhicheverCallF
       EXPECT_TRUE(proxy->getRefreshTokenForAuthCodeRetriever()->callContexts().empty()) << where;
       EXPECT_TRUE(proxy->getProfileExchangeRetreiver()->callContexts().empty()) << where;
       EXPECT_EQ(run.f.http->openCount(), 0u) << where;
-      for (const auto& opened : run.presenter->opened()) {
+      for (const auto& opened : run.f.presenter->opened()) {
         auto query = AIUtils::getKeyValueDictionaryParseString(opened.url);
         EXPECT_FALSE(query["state"].empty() || query["code_challenge"].empty()) << where << ": " << opened.url;
       }

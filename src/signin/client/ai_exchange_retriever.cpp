@@ -51,7 +51,7 @@ void AIExchangeRetriever::checkThread() const {
 
 void AIExchangeRetriever::doExchangeWithRequest(const AIExchangeRequest& request,
                                                 std::shared_ptr<AICallContext> context, bool isPost) {
-  checkThread();
+  // No thread check of its own: every caller has made it.
   // A call that has already failed (a store read that failed on its way here) is answered by its
   // caller from that error; sending it, or queueing it on an exchange in flight, would answer it a
   // second time when the exchange ends. A call without a delegate answers nobody, so it goes on.
