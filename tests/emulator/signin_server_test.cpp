@@ -29,7 +29,6 @@ using ::testing::HasSubstr;
 using ::testing::StartsWith;
 using Params = std::vector<std::pair<std::string, std::string>>;
 
-constexpr char kBundleId[] = "app.tunevo.test";
 constexpr char kClientId[] = "client.tunevo.test";
 constexpr char kRedirectUri[] = "amzn-app.tunevo.test://?methodName=signin";
 constexpr char kState[] = "6F9619FF-8B86-D011-B42D-00C04FC964FF";
@@ -37,8 +36,6 @@ constexpr char kState[] = "6F9619FF-8B86-D011-B42D-00C04FC964FF";
 constexpr char kVerifier[] = "M25iVXpKU3puUjFaYWg3T1NDTDQtcW1ROUY2dGV4ZVQ";
 constexpr char kChallenge[] = "VWiDhXHIrC4ohL0Q3wF165dq9Km9W0qLwR5wmrVFncg";
 constexpr char kOtherVerifier[] = "other-verifier-that-is-long-enough-0123456789";
-// Base64 of {"bundleID":"app.tunevo.test"}.
-constexpr char kAppIdentifier[] = "eyJidW5kbGVJRCI6ImFwcC50dW5ldm8udGVzdCJ9";
 
 std::string encodeList(const Params& params) {
   std::string out;
@@ -57,17 +54,13 @@ std::map<std::string, std::string> queryOf(const std::string& address) {
   return {params.begin(), params.end()};
 }
 
-Params deviceParams() {
-  return {{"di.hw.name", "x86_64"}, {"di.os.name", "Linux"}, {"di.os.version", "6.1"}, {"di.sdk.version", "2.1.1"},
-          {"appIdentifier", kAppIdentifier}};
-}
-
+// What the client's sign-in page request carries; the appIdentifier is Base64 of
+// {"bundleID":"app.tunevo.test"}.
 Params signInParams(std::string scope = "profile") {
-  Params params = deviceParams();
-  params.insert(params.end(), {{"response_type", "code"}, {"scope", std::move(scope)}, {"client_id", kClientId},
-                               {"redirect_uri", kRedirectUri}, {"state", kState}, {"code_challenge", kChallenge},
-                               {"code_challenge_method", "S256"}});
-  return params;
+  return {{"di.hw.name", "x86_64"}, {"di.os.name", "Linux"}, {"di.os.version", "6.1"}, {"di.sdk.version", "2.1.1"},
+          {"appIdentifier", "eyJidW5kbGVJRCI6ImFwcC50dW5ldm8udGVzdCJ9"}, {"response_type", "code"},
+          {"scope", std::move(scope)}, {"client_id", kClientId}, {"redirect_uri", kRedirectUri}, {"state", kState},
+          {"code_challenge", kChallenge}, {"code_challenge_method", "S256"}};
 }
 
 Params without(Params params, std::string_view name) {
@@ -79,12 +72,6 @@ Params with(Params params, const std::string& name, const std::string& value) {
   params = without(std::move(params), name);
   params.emplace_back(name, value);
   return params;
-}
-
-boost::json::object jsonObject(const std::string& body) {
-  boost::system::error_code error;
-  boost::json::value value = boost::json::parse(body, error);
-  return value.is_object() ? value.as_object() : boost::json::object();
 }
 
 // An answer; `reply["name"]` is a string of its JSON body or a parameter of its redirect.
@@ -106,7 +93,7 @@ class SignInServerTest : public ::testing::Test {
  protected:
   void SetUp() override {
     SignInServerOptions options;
-    options.bundleId = kBundleId;
+    options.bundleId = "app.tunevo.test";
     options.clientId = kClientId;
     options.clock = clock_;
     auto started = SignInServer::start(std::move(options));
@@ -130,9 +117,10 @@ class SignInServerTest : public ::testing::Test {
       ADD_FAILURE() << "no answer: " << httplib::to_string(result.error());
       return {};
     }
-    const bool json = result->get_header_value("Content-Type").starts_with("application/json");
+    boost::system::error_code error;
+    const boost::json::value json = boost::json::parse(result->body, error);
     return {result->status, result->body, result->get_header_value("Location"),
-            json ? jsonObject(result->body) : boost::json::object()};
+            json.is_object() ? json.as_object() : boost::json::object()};
   }
 
   Reply get(const std::string& path, const httplib::Headers& headers = {}) {
@@ -165,15 +153,11 @@ class SignInServerTest : public ::testing::Test {
   }
 
   static Params exchangeParams(const std::string& code) {
-    Params params = deviceParams();
-    params.insert(params.end(), {{"code_verifier", kVerifier}, {"client_id", kClientId}, {"code", code},
-                                 {"grant_type", "authorization_code"}, {"redirect_uri", kRedirectUri}});
-    return params;
+    return {{"code_verifier", kVerifier}, {"client_id", kClientId}, {"code", code},
+            {"grant_type", "authorization_code"}, {"redirect_uri", kRedirectUri}};
   }
   static Params refreshParams(const std::string& refreshToken, std::optional<std::string> scope = "profile") {
-    Params params = deviceParams();
-    params.insert(params.end(), {{"code_verifier", kOtherVerifier}, {"grant_type", "refresh_token"},
-                                 {"client_id", kClientId}, {"refresh_token", refreshToken}});
+    Params params{{"grant_type", "refresh_token"}, {"client_id", kClientId}, {"refresh_token", refreshToken}};
     if (scope) params.emplace_back("scope", *scope);
     return params;
   }
@@ -182,8 +166,7 @@ class SignInServerTest : public ::testing::Test {
     return exchange(refreshParams(refreshToken, scope));
   }
   Reply profile(const std::string& accessToken) {
-    return get("/user/profile?" + encodeList(with(deviceParams(), "code_verifier", kOtherVerifier)),
-               {{"Authorization", "Bearer " + accessToken}});
+    return get("/user/profile?di.sdk.version=2.1.1", {{"Authorization", "Bearer " + accessToken}});
   }
   Reply signIn(const std::string& scope = "profile") {
     Reply tokens = exchange(exchangeParams(code(scope)));
@@ -199,27 +182,21 @@ class SignInServerTest : public ::testing::Test {
 TEST_F(SignInServerTest, CodeFlowFromThePageToTheProfile) {
   const Reply page = signInPage(signInParams());
   ASSERT_EQ(page.status, 200);
-  EXPECT_THAT(page.body, HasSubstr("<button type=\"submit\" name=\"action\" value=\"signin\">Sign in</button>"));
   // The e-mail address is not case-sensitive.
   const Reply redirect = submitForm(page, "Listener@Tunevo.TEST", "tunevo-password");
   ASSERT_EQ(redirect.status, 302);
   EXPECT_THAT(redirect.location, StartsWith(std::string(kRedirectUri) + "&"));
-  EXPECT_EQ(queryOf(redirect.location), (std::map<std::string, std::string>{{"methodName", "signin"},
-                                                                             {"state", kState},
-                                                                             {"scope", "profile"},
-                                                                             {"code", redirect["code"]}}));
+  EXPECT_EQ(queryOf(redirect.location),
+            (std::map<std::string, std::string>{
+                {"methodName", "signin"}, {"state", kState}, {"scope", "profile"}, {"code", redirect["code"]}}));
   const Reply tokens = exchange(exchangeParams(redirect["code"]));
   ASSERT_EQ(tokens.status, 200) << tokens.body;
-  EXPECT_EQ(tokens["token_type"], "bearer");
-  EXPECT_EQ(tokens["scope"], "profile");
-  EXPECT_EQ(tokens.expiresIn(), 3600);
+  EXPECT_EQ(tokens["token_type"] + " " + tokens["scope"] + " " + std::to_string(tokens.expiresIn()), "bearer profile 3600");
   EXPECT_FALSE(tokens["access_token"].empty());
   EXPECT_NE(tokens["access_token"], tokens["refresh_token"]);
-
   const Reply shown = profile(tokens["access_token"]);
-  EXPECT_EQ(shown["user_id"], "tunevo.account.TESTLISTENER1");
-  EXPECT_EQ(shown["email"], "listener@tunevo.test");
-  EXPECT_EQ(shown["name"], "Test Listener");
+  EXPECT_EQ(shown["user_id"] + " " + shown["email"] + " " + shown["name"],
+            "tunevo.account.TESTLISTENER1 listener@tunevo.test Test Listener");
 
   // Every request is recorded as it arrived; control requests are not.
   const std::vector<RecordedRequest> requests = server_->requests();
@@ -228,7 +205,7 @@ TEST_F(SignInServerTest, CodeFlowFromThePageToTheProfile) {
   EXPECT_EQ(requests[0].query, signInParams());
   EXPECT_EQ(requests[1].method + " " + requests[1].path, "POST /ap/oa");
   EXPECT_EQ(requests[2].form, exchangeParams(redirect["code"]));
-  EXPECT_EQ(requests[2].body, encodeList(exchangeParams(redirect["code"])));
+  EXPECT_EQ(requests[2].body, encodeList(requests[2].form));
   EXPECT_THAT(requests[3].headers,
               ::testing::Contains(Params::value_type("Authorization", "Bearer " + tokens["access_token"])));
   for (const auto& [name, value] : requests[3].headers) EXPECT_NE(name, "REMOTE_ADDR");
@@ -236,18 +213,13 @@ TEST_F(SignInServerTest, CodeFlowFromThePageToTheProfile) {
   EXPECT_EQ(list.at(3).at("query").at("di.sdk.version"), "2.1.1");
   EXPECT_EQ(list.at(2).at("form").at("grant_type"), "authorization_code");
   EXPECT_EQ(list.at(3).at("path"), "/user/profile");
-  EXPECT_EQ(server_->requests().size(), 4u);
 }
 
 TEST_F(SignInServerTest, SignInPageRefusesRequestsItCannotServe) {
-  struct Row {
-    const char* name;
-    Params params;
-    const char* error;  // of the redirect; "" for a 400 page
-  };
   const Params good = signInParams();
   const std::string challenge = kChallenge;
-  const Row rows[] = {
+  // The error of the redirect, or "" for a 400 page.
+  const std::tuple<const char*, Params, const char*> rows[] = {
       {"no client id", without(good, "client_id"), ""},
       {"other client id", with(good, "client_id", "client.other"), ""},
       {"no redirect address", without(good, "redirect_uri"), ""},
@@ -272,19 +244,18 @@ TEST_F(SignInServerTest, SignInPageRefusesRequestsItCannotServe) {
       {"app identifier of another app", with(good, "appIdentifier", "eyJidW5kbGVJRCI6Im90aGVyIn0="), "invalid_request"},
       {"repeated parameter", [&] { Params p = good; p.emplace_back("scope", "profile"); return p; }(), "invalid_request"},
   };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.name);
-    const Reply answer = signInPage(row.params);
-    if (*row.error == '\0') {
-      EXPECT_EQ(answer.status, 400) << answer.body;
+  for (const auto& [name, params, error] : rows) {
+    SCOPED_TRACE(name);
+    const Reply answer = signInPage(params);
+    EXPECT_EQ(answer.status, *error ? 302 : 400) << answer.body;
+    if (!*error) {
       EXPECT_EQ(answer.location, "");
       continue;
     }
-    EXPECT_EQ(answer.status, 302) << answer.body;
     EXPECT_THAT(answer.location, StartsWith(std::string(kRedirectUri) + "&error="));
-    EXPECT_EQ(answer["error"], row.error);
+    EXPECT_EQ(answer["error"], error);
     EXPECT_FALSE(answer["error_description"].empty());
-    EXPECT_EQ(answer["state"], row.params == without(good, "state") ? "" : kState);
+    EXPECT_EQ(answer["state"], params == without(good, "state") ? "" : kState);
   }
   // The escaped Base64 the client sends ("=" as %3D, escaped once more by its list encoding) is
   // read like the plain form, and the scheme's case does not matter.
@@ -306,10 +277,9 @@ TEST_F(SignInServerTest, SignInFormShowsWrongCredentialsAgainAndRedirectsACancel
     EXPECT_EQ(submitForm(answer, "listener@tunevo.test", "tunevo-password").status, 400);
   }
   const Reply cancelled = submit("", "", "cancel");
-  EXPECT_EQ(cancelled.status, 302);
-  EXPECT_EQ(cancelled["error"], "access_denied");
-  EXPECT_EQ(cancelled["state"], kState);
-  EXPECT_FALSE(queryOf(cancelled.location).contains("code"));
+  EXPECT_EQ(queryOf(cancelled.location), (std::map<std::string, std::string>{
+                                             {"methodName", "signin"}, {"error", "access_denied"},
+                                             {"error_description", "The user cancelled the sign-in."}, {"state", kState}}));
 }
 
 TEST_F(SignInServerTest, PagesCodesAndAccessTokensExpireExactlyAtTheirEnd) {
