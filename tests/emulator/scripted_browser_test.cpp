@@ -3,6 +3,8 @@
 
 #include "emulator/scripted_browser.h"
 
+#include <algorithm>
+
 #include <gtest/gtest.h>
 
 #include "applogic/platform/curl_http_client.h"
@@ -18,23 +20,22 @@ namespace {
 
 using signin::AmazonLoginInfo;
 
-class SystemClock final : public platform::Clock {
- public:
-  TimePoint now() const override { return std::chrono::system_clock::now(); }
-};
-
 TEST(ScriptedBrowserTest, SignsInThroughTheClientOrCancelsOrDenies) {
   struct Row {
     const char* name;
     ScriptedUser user;
     std::string password;
-    std::string outcome;  // the login's error message, what the browser reports, or "" for a sign-in
+    std::string outcome;    // the login's error message, what the browser reports, or "" for a sign-in
+    std::string submitted;  // the form the browser posted, after the sign-in request's id
   };
   const Row rows[] = {
-      {"sign in", ScriptedUser::signIn, "tunevo-password", ""},
-      {"cancel", ScriptedUser::cancel, "tunevo-password", "The user cancelled the sign-in."},
+      {"sign in", ScriptedUser::signIn, "tunevo-password", "",
+       "&email=listener%40tunevo.test&password=tunevo-password&action=signin"},
+      {"cancel", ScriptedUser::cancel, "tunevo-password", "The user cancelled the sign-in.",
+       "&email=&password=&action=cancel"},
       {"wrong password", ScriptedUser::signIn, "guess",
-       "the sign-in page says: The e-mail address or password is incorrect."},
+       "the sign-in page says: The e-mail address or password is incorrect.",
+       "&email=listener%40tunevo.test&password=guess&action=signin"},
   };
   SignInServerOptions serverOptions;
   serverOptions.bundleId = signin::test::kPackage;
@@ -53,7 +54,7 @@ TEST(ScriptedBrowserTest, SignsInThroughTheClientOrCancelsOrDenies) {
     const auto browser = std::make_shared<ScriptedBrowser>(loop, browserOptions);
 
     platform::Platform p;
-    p.clock = std::make_shared<SystemClock>();
+    p.clock = std::make_shared<testing::ManualClock>(std::chrono::system_clock::now());
     p.crypto = platform::makeOpenSslCrypto();
     p.secureRandom = platform::makeOpenSslSecureRandom();
     p.bundleInfo = std::make_shared<testing::BundleValues>(
@@ -87,7 +88,12 @@ TEST(ScriptedBrowserTest, SignsInThroughTheClientOrCancelsOrDenies) {
     SCOPED_TRACE(row.name);
     ASSERT_TRUE(test::runUntilQuit(*loop));
     ASSERT_EQ(browser->opened().size(), 1u);
-    EXPECT_EQ(browser->opened()[0].rfind(base + "/ap/oa?", 0), 0u) << browser->opened()[0];
+    const auto requests = server->requests();
+    const auto posted = std::find_if(requests.rbegin(), requests.rend(), [](const RecordedRequest& r) {
+      return r.method == "POST" && r.path == "/ap/oa";
+    });
+    ASSERT_NE(posted, requests.rend());
+    EXPECT_EQ(posted->body.substr(std::min(posted->body.find('&'), posted->body.size())), row.submitted);
     if (!outcome) {
       EXPECT_EQ(problems, std::vector<std::string>{row.outcome});
     } else if (!outcome->ok()) {

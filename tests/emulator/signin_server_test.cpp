@@ -83,8 +83,7 @@ struct Reply {
   std::string operator[](const std::string& name) const {
     const boost::json::value* value = json.if_contains(name);
     if (value != nullptr) return value->is_string() ? std::string(value->get_string()) : "";
-    auto params = queryOf(location);
-    return params[name];
+    return queryOf(location)[name];
   }
   std::int64_t expiresIn() const { return json.contains("expires_in") ? json.at("expires_in").as_int64() : -1; }
 };
@@ -98,8 +97,7 @@ class SignInServerTest : public ::testing::Test {
     options.clock = clock_;
     auto started = SignInServer::start(std::move(options));
     ASSERT_TRUE(started.ok()) << started.error();
-    server_ = std::move(started).value();
-    client_ = newClient(*server_);
+    client_ = newClient(*(server_ = std::move(started).value()));
   }
 
   static std::unique_ptr<httplib::SSLClient> newClient(const SignInServer& server) {
@@ -123,12 +121,9 @@ class SignInServerTest : public ::testing::Test {
             json.is_object() ? json.as_object() : boost::json::object()};
   }
 
-  Reply get(const std::string& path, const httplib::Headers& headers = {}) {
-    return reply(client_->Get(path.c_str(), headers));
-  }
-  Reply post(const std::string& path, const std::string& body,
-             const std::string& contentType = "application/x-www-form-urlencoded") {
-    return reply(client_->Post(path.c_str(), httplib::Headers{}, body, contentType.c_str()));
+  Reply get(const std::string& path, const httplib::Headers& headers = {}) { return reply(client_->Get(path, headers)); }
+  Reply post(const std::string& path, const std::string& body, const char* type = "application/x-www-form-urlencoded") {
+    return reply(client_->Post(path, body, type));
   }
 
   Reply signInPage(const Params& params) { return get("/ap/oa?" + encodeList(params)); }
@@ -212,7 +207,6 @@ TEST_F(SignInServerTest, CodeFlowFromThePageToTheProfile) {
   const boost::json::value list = boost::json::parse(get("/__control/requests").body);
   EXPECT_EQ(list.at(3).at("query").at("di.sdk.version"), "2.1.1");
   EXPECT_EQ(list.at(2).at("form").at("grant_type"), "authorization_code");
-  EXPECT_EQ(list.at(3).at("path"), "/user/profile");
 }
 
 TEST_F(SignInServerTest, SignInPageRefusesRequestsItCannotServe) {
@@ -277,9 +271,9 @@ TEST_F(SignInServerTest, SignInFormShowsWrongCredentialsAgainAndRedirectsACancel
     EXPECT_EQ(submitForm(answer, "listener@tunevo.test", "tunevo-password").status, 400);
   }
   const Reply cancelled = submit("", "", "cancel");
-  EXPECT_EQ(queryOf(cancelled.location), (std::map<std::string, std::string>{
-                                             {"methodName", "signin"}, {"error", "access_denied"},
-                                             {"error_description", "The user cancelled the sign-in."}, {"state", kState}}));
+  // The redirect page's link holds the address as sent (cpp-httplib's client decodes Location).
+  EXPECT_THAT(cancelled.body, HasSubstr(std::string(kRedirectUri) + "&amp;error=access_denied&amp;error_description=The%20"
+                                        "user%20cancelled%20the%20sign-in.&amp;state=" + kState + "\""));
 }
 
 TEST_F(SignInServerTest, PagesCodesAndAccessTokensExpireExactlyAtTheirEnd) {
@@ -325,9 +319,7 @@ TEST_F(SignInServerTest, TokenEndpointRefusesWhatDoesNotMatchTheGrant) {
     EXPECT_EQ(answer["error"], error);
     EXPECT_FALSE(answer["error_description"].empty());
   }
-  Params twice = exchangeParams(code());
-  twice.emplace_back("code", "ac.other");
-  EXPECT_EQ(exchange(twice)["error"], "invalid_request");
+  EXPECT_EQ(post("/auth/o2/token", encodeList(exchangeParams(code())) + "&code=ac.other")["error"], "invalid_request");
   EXPECT_EQ(exchange(without(refreshParams(""), "refresh_token"))["error"], "invalid_request");
   EXPECT_EQ(refresh("rt.unknown")["error"], "invalid_grant");
   // A form without its content type is refused: the server cannot know it is a form.
@@ -395,7 +387,12 @@ TEST_F(SignInServerTest, ProfileAnswersByTokenAndScope) {
   // The client drops "profile" from its refresh token when the description says this.
   EXPECT_THAT(profile(noProfile)["error_description"], HasSubstr("scope required profile"));
   // Other methods and paths are not served.
-  EXPECT_EQ(post("/user/profile", "").status, 405);
+  for (const char* method : {"POST", "PUT", "PATCH", "DELETE", "OPTIONS"}) {
+    httplib::Request request;
+    request.method = method;
+    request.path = "/user/profile";
+    EXPECT_EQ(reply(client_->send(request)).status, 405) << method;
+  }
   EXPECT_EQ(get("/auth/o2/token").status, 405);
   EXPECT_EQ(get("/elsewhere").status, 404);
 }
@@ -425,7 +422,6 @@ TEST_F(SignInServerTest, EachInjectionAnswersTheNextMatchingRequestsThenStops) {
       {[&] { server_->inject(Fault::invalidGrant); }, token, 400, "invalid_grant", 1},
       {control("fault?name=invalid_token"), user, 401, "invalid_token", 1},
       {control("fault?name=insufficient_scope"), user, 403, "insufficient_scope", 1},
-      {[&] { server_->inject(Fault::insufficientScope); }, user, 403, "insufficient_scope", 1},
       {control("fault?name=version_denied"), page, 302, "version_denied", 1},
       {control("fault?name=refusal"), pageAfterABadOne, 302, "access_denied", 1},
       {[&] { server_->inject(Fault::refusal); }, page, 302, "access_denied", 1},
@@ -461,11 +457,10 @@ TEST_F(SignInServerTest, DelayedRequestIsAnsweredAndStoppingCutsADelayShort) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
   EXPECT_EQ(server_->requests().size(), before + 1);  // no ASSERT: the server must still be stopped below
+  EXPECT_NE(pending.wait_for(std::chrono::milliseconds(200)), std::future_status::ready) << "answered before its delay";
   server_.reset();
   ASSERT_EQ(pending.wait_for(std::chrono::seconds(60)), std::future_status::ready) << "stopping hung";
-  const auto result = pending.get();
-  ASSERT_TRUE(result) << httplib::to_string(result.error());
-  EXPECT_EQ(result->status, 200);
+  EXPECT_EQ(reply(pending.get()).status, 200);
   client_.reset();
 }
 
@@ -510,7 +505,6 @@ TEST(SignInServerStart, WritesItsCaWhereAskedAndReportsWhatFails) {
   ASSERT_TRUE(first.ok()) << first.error();
   std::stringstream written;
   written << std::ifstream(dir / "ca.pem").rdbuf();
-  EXPECT_THAT(written.str(), StartsWith("-----BEGIN CERTIFICATE-----"));
   EXPECT_EQ(written.str(), first.value()->caPem());
   EXPECT_EQ(first.value()->baseUrl(), "https://127.0.0.1:" + std::to_string(first.value()->port()));
 
