@@ -16,7 +16,7 @@ TEST(TunevoDemo, ShowsRecordsAndErrorsOfEveryControllerFromAnyDirectory) {
   ASSERT_EQ(run.status, 0) << run.err;
   EXPECT_EQ(run.err, "");
   const std::vector<std::string> expectedLines{
-      "    Tra.2651947     \"Blue in Green\" by Miles Davis, 337 s",
+      "getFavoriteTrack(\"listener-1\")\n  service answers with favorites_page1.json\n  track\n    Tra.2651943     \"So What\" by Miles Davis, 562 s",
       "  error   domain \"NSURLErrorDomain\", code -1009",
       "  update for user \"listener-1\"",
       "    g.115           Pop: The sound of the charts.",

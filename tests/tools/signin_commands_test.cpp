@@ -256,12 +256,12 @@ TEST(TunevoEmulator, ServesUntilInterruptedAndPrintsWhereToFindIt) {
 }
 
 TEST(TunevoEmulator, UsageAndStartErrors) {
-  for (const char* usage : {"", " catalog", " signin --port 70000", " signin --port", " signin --account nocolon",
+  for (const char* usage : {"", " catalog", " signin --port 65536", " signin --port", " signin --account nocolon",
                             " signin --verbose"}) {
     EXPECT_EQ(runTunevo(std::string("emulator") + usage).status, 64) << usage;
   }
   EXPECT_EQ(runTunevo("emulator signin --help").out.rfind("usage: tunevo emulator signin", 0), 0u);
-  const Outcome unwritable = runTunevo("emulator signin --ca-out /nonexistent/dir/ca.pem");
+  const Outcome unwritable = runTunevo("emulator signin --port 65535 --ca-out /nonexistent/dir/ca.pem");
   EXPECT_EQ(unwritable.status, 73);
   EXPECT_NE(unwritable.err.find("/nonexistent/dir/ca.pem"), std::string::npos) << unwritable.err;
 }
