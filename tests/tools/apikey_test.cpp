@@ -2,9 +2,10 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <memory>
 #include <fstream>
+#include <memory>
 #include <string>
+#include <tuple>
 
 #include <unistd.h>
 
@@ -46,9 +47,7 @@ class ApiKeyCommandTest : public ::testing::Test {
     const Outcome minted = runTunevo("apikey mint --private-key '" + privatePath() +
                                      "' --bundle-id com.tunevo.app --client-id amzn1.client " + extra);
     EXPECT_EQ(minted.status, 0) << minted.err;
-    std::string key = minted.out;
-    if (!key.empty() && key.back() == '\n') key.pop_back();
-    return key;
+    return minted.out.substr(0, minted.out.find('\n'));
   }
   Outcome inspect(const std::string& key, const std::string& publicKey, const std::string& bundle = "com.tunevo.app") {
     return runTunevo("apikey inspect '" + key + "' --public-key '" + publicKey + "' --bundle-id " + bundle);
@@ -63,8 +62,7 @@ TEST_F(ApiKeyCommandTest, MintedKeysInspectAsValid) {
                              publicPath());
   EXPECT_EQ(v3.status, 0) << v3.err;
   EXPECT_NE(v3.out.find(R"(payload: {"ver":"3","appFamilyId":"amzn1.family","bundleSeedId":"com.tunevo.app")"),
-            std::string::npos)
-      << v3.out;
+            std::string::npos) << v3.out;
   EXPECT_NE(v3.out.find(R"(app info: {"appId":"amzn1.family","packageName":"com.tunevo.app",)"
                         R"("scopes":["profile","music"],"permissions":[],"clientId":"amzn1.client",)"
                         R"("appParentId":"amzn1.family","appVariantId":"v","authz":"https://auth.example/ap/oa",)"
@@ -81,22 +79,16 @@ TEST_F(ApiKeyCommandTest, InvalidKeysSayWhy) {
   const std::string key = mint("");
   std::string tampered = key;
   tampered[tampered.find('.') + 5] ^= 1;
-  struct Row {
-    std::string key;
-    std::string publicKey;
-    std::string bundle;
-    const char* reason;
-  };
-  const Row rows[] = {
+  const std::tuple<std::string, std::string, std::string, std::string> rows[] = {
       {tampered, publicPath(), "com.tunevo.app", "bad signature"},
       {key, otherPublicPath(), "com.tunevo.app", "bad signature"},
       {key, publicPath(), "com.other.app", "other package"},
       {"only.two", publicPath(), "com.tunevo.app", "too few parts"},
   };
-  for (const Row& row : rows) {
-    const Outcome run = inspect(row.key, row.publicKey, row.bundle);
-    EXPECT_EQ(run.status, 65) << row.reason;
-    EXPECT_EQ(run.err, std::string("tunevo apikey: not valid: ") + row.reason + "\n");
+  for (const auto& [checked, publicKey, bundle, reason] : rows) {
+    const Outcome run = inspect(checked, publicKey, bundle);
+    EXPECT_EQ(run.status, 65) << reason;
+    EXPECT_EQ(run.err, "tunevo apikey: not valid: " + reason + "\n");
   }
   // A public key of another kind is named as such, not taken for a bad signature.
   const Outcome ec = inspect(key, ecPublicPath());
@@ -105,36 +97,29 @@ TEST_F(ApiKeyCommandTest, InvalidKeysSayWhy) {
 }
 
 TEST_F(ApiKeyCommandTest, MintWarnsAboutAddressesTheClientIgnores) {
-  const struct {
-    std::string options;
-    std::string warning;
-  } rows[] = {
+  const std::string warning = " does not begin with https: the sign-in client ignores it and uses the production address\n";
+  const std::pair<std::string, std::string> rows[] = {
       {"--authz https://127.0.0.1:8443/ap/oa --token-exchange https://127.0.0.1:8443/auth/o2/token", ""},
-      {"--authz http://127.0.0.1:8443/ap/oa",
-       "tunevo apikey: warning: --authz 'http://127.0.0.1:8443/ap/oa' does not begin with https: the sign-in "
-       "client ignores it and uses the production address\n"},
-      {"--token-exchange 127.0.0.1/token",
-       "tunevo apikey: warning: --token-exchange '127.0.0.1/token' does not begin with https: the sign-in "
-       "client ignores it and uses the production address\n"},
+      {"--authz http://127.0.0.1:8443/ap/oa", "tunevo apikey: warning: --authz 'http://127.0.0.1:8443/ap/oa'" + warning},
+      {"--token-exchange 127.0.0.1/token", "tunevo apikey: warning: --token-exchange '127.0.0.1/token'" + warning},
   };
-  for (const auto& row : rows) {
+  for (const auto& [options, err] : rows) {
     const Outcome minted = runTunevo("apikey mint --private-key '" + privatePath() +
-                                     "' --bundle-id com.tunevo.app --client-id c " + row.options);
-    EXPECT_EQ(minted.status, 0) << row.options;
-    EXPECT_EQ(minted.err, row.warning);
+                                     "' --bundle-id com.tunevo.app --client-id c " + options);
+    EXPECT_EQ(minted.status, 0) << options;
+    EXPECT_EQ(minted.err, err);
     EXPECT_EQ(std::count(minted.out.begin(), minted.out.end(), '.'), 2) << minted.out;
   }
 }
 
 TEST_F(ApiKeyCommandTest, UsageAndInputErrors) {
-  EXPECT_EQ(runTunevo("apikey").status, 64);
-  EXPECT_EQ(runTunevo("apikey mint --bundle-id b --client-id c").status, 64);
-  EXPECT_EQ(runTunevo("apikey mint --private-key '" + privatePath() + "' --bundle-id b --client-id c --ver 4").status, 64);
-  EXPECT_EQ(runTunevo("apikey mint --private-key '" + privatePath() + "' --bundle-id b --client-id c --ver 2 --authz https://a").status, 64);
-  EXPECT_EQ(runTunevo("apikey inspect --public-key '" + publicPath() + "' --bundle-id b").status, 64);
-  EXPECT_EQ(runTunevo("apikey inspect k --bundle-id b --public-key").status, 64);
-  EXPECT_EQ(runTunevo("apikey mint --private-key /nonexistent/key.pem --bundle-id b --client-id c").status, 66);
-  EXPECT_EQ(runTunevo("apikey mint --private-key '" + publicPath() + "' --bundle-id b --client-id c").status, 65);
+  const std::string mint = "apikey mint --bundle-id b --client-id c --private-key ";
+  const std::pair<std::string, int> rows[] = {
+      {"apikey", 64}, {"apikey mint --bundle-id b --client-id c", 64}, {mint + privatePath() + " --ver 4", 64},
+      {mint + privatePath() + " --ver 2 --authz https://a", 64}, {"apikey inspect --public-key x --bundle-id b", 64},
+      {"apikey inspect k --bundle-id b --public-key", 64}, {mint + "/nonexistent/key.pem", 66},
+      {mint + publicPath(), 65}, {mint + "'" + dir_.string() + "'", 66}};
+  for (const auto& [arguments, status] : rows) EXPECT_EQ(runTunevo(arguments).status, status) << arguments;
 }
 
 }  // namespace

@@ -3,8 +3,10 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <set>
 #include <sstream>
+#include <string>
+#include <tuple>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -46,12 +48,7 @@ std::string linked(const char* key) {
 
 // Every kind prints its records as one JSON document; an input without the kind's list prints null.
 TEST(ParseKinds, PrintsOneJsonDocumentAndExitsZero) {
-  struct Row {
-    const char* kind;
-    std::string input;
-    std::string output;
-  };
-  const Row rows[] = {
+  const std::tuple<const char*, std::string, std::string> rows[] = {
       {"tracks", wrap("tracks", std::string("[") + kTrackIn + ",{}]"),
        std::string("[") + kTrackOut + "," + kEmptyTrackOut + "]"},
       {"playlist-tracks", wrap("tracks", std::string("[") + kTrackIn + "]"),
@@ -72,44 +69,117 @@ TEST(ParseKinds, PrintsOneJsonDocumentAndExitsZero) {
       {"listening-history", R"({"tracks":{}})", "null"},
       {"user-top-chart", R"({"charts":[1]})", "null"},
       {"favorites", "null", "null"},
-      {"genres", R"({"genres":{}})", "null"}};
-  for (const Row& row : rows) {
-    SCOPED_TRACE(std::string(row.kind) + " " + row.input);
-    const Outcome run = parse({row.kind}, row.input);
+      {"genres", R"({"genres":{}})", "null"},
+      // paging and playlists
+      {"metadata", R"({"meta":{"query":{"limit":2,"offset":4},"returnedCount":2,"totalCount":9}})",
+       R"({"queryLimit":2,"queryOffset":4,"returnedCount":2,"totalCount":9})"},
+      {"metadata", "{}", R"({"queryLimit":-1,"queryOffset":-1,"returnedCount":-1,"totalCount":-1})"},
+      {"playlist-tracks-page", R"({"meta":{"totalCount":0},"tracks":[]})",
+       R"({"metadata":{"queryLimit":-1,"queryOffset":-1,"returnedCount":-1,"totalCount":0},"payload":[]})"},
+      {"playlists",
+       R"({"playlists":[{"id":"MP.1","name":"N","privacy":"public","artistId":"o","trackIds":["x"],
+                    "images":[{"imageType":"displayImage","id":"d","version":2,"isDefault":true},
+                              {"imageType":"giphyImage","id":"g"}]},{"images":[]}]})",
+       R"([{"id":"mp.1","name":"N","trackIds":null,"isPublic":true,"ownerId":"o","images":[)"
+       R"({"display":{"id":"d","version":2,"isDefault":true,"imageType":"displayImage"}},{"giphy":"g"}]},)"
+       R"({"id":"","name":"","trackIds":null,"isPublic":false,"ownerId":null,"images":[]}])"},
+      {"playlist-images", R"({"images":[{"imageType":"GiphyImage","id":"x"},{"imageType":"giphyImage","id":"g"}]})",
+       R"([{"giphy":"g"}])"},
+      // absent results
+      {"metadata", "[]", "null"},
+      {"playlist-tracks-page", R"({"meta":{"totalCount":9}})", "null"},
+      {"playlists", R"({"playlists":{}})", "null"},
+      {"playlist-images", R"({"images":[1]})", "null"},
+  };
+  for (const auto& [kind, input, output] : rows) {
+    SCOPED_TRACE(std::string(kind) + " " + input);
+    const Outcome run = parse({kind}, input);
     EXPECT_EQ(run.status, 0);
-    EXPECT_EQ(run.out, row.output + "\n");
+    EXPECT_EQ(run.out, output + "\n");
     EXPECT_EQ(run.err, "");
   }
 }
 
-TEST(ParseKindTable, ListsEveryKindOnceAndTheUsageNamesThemAll) {
-  std::set<std::string_view> names;
-  for (const ParseKind& kind : parseKinds()) {
-    EXPECT_TRUE(names.insert(kind.name).second) << kind.name;
-    EXPECT_EQ(findParseKind(kind.name), &kind);
-  }
-  EXPECT_EQ(names, (std::set<std::string_view>{"tracks", "playlist-tracks", "search-tracks",
-                                                "listening-history", "user-top-chart",
-                                                "favorites", "genres", "metadata",
-                                                "playlist-tracks-page", "playlists",
-                                                "playlist-images", "giphy", "giphys"}));
-  EXPECT_EQ(findParseKind("Tracks"), nullptr);
-
+TEST(ParseKindTable, TheUsageNamesEveryKind) {
   const Outcome help = parse({"--help"});
   EXPECT_EQ(help.status, 0);
   EXPECT_EQ(help.err, "");
-  for (const std::string_view name : names) {
-    EXPECT_NE(help.out.find("  " + std::string(name) + " "), std::string::npos) << name;
+  for (const ParseKind& kind : parseKinds()) {
+    EXPECT_NE(help.out.find("  " + std::string(kind.name) + " "), std::string::npos) << kind.name;
+  }
+  EXPECT_EQ(parseKinds().size(), 13u);
+}
+
+// Giphy pictures, and the options only the giphy KINDs take.
+
+constexpr const char* kPicture =
+    R"({"id":"a","rating":"pg-13","url":"https://giphy.com/gifs/a","bitly_gif_url":5,"images":{)"
+    R"("original":{"width":"480","height":"270","url":"https://media.giphy.com/a.gif?cid=1"},)"
+    R"("tall_still":{"width":"270","height":"480.5","url":"https://media.giphy.com/a_s.gif"},)"
+    R"("fixed_width":{"width":200,"height":"113","url":"media/a.gif"}}})";
+
+std::string printed(const std::string& host, bool aspect) {
+  std::string images = R"({"original":{"width":480,"height":270,"urlString":"https://)" + host + R"(/a.gif?cid=1"})";
+  if (!aspect) {
+    images += R"(,"tall_still":{"width":270,"height":4.805E2,"urlString":"https://)" + host + R"(/a_s.gif"})"
+              R"(,"fixed_width":{"width":0,"height":113,"urlString":"media/a.gif"})";
+  }
+  return R"({"id":"a","images":)" + images +
+         R"(},"rating":"pg-13","webURLString":"https://giphy.com/gifs/a","bitlyWebURLString":null,)"
+         R"("bitlyWebGifURLString":null})";
+}
+
+TEST(ParseGiphy, PrintsPicturesWithTheirRenditionsInTheAnswersOrder) {
+  const std::string single = std::string(R"({"data":)") + kPicture + "}";
+  const std::string list = std::string(R"({"data":[)") + kPicture + R"(,{"id":"b","rating":"x"}]})";
+  const std::string b = R"({"id":"b","images":{},"rating":null,"webURLString":null,"bitlyWebURLString":null,)"
+                        R"("bitlyWebGifURLString":null})";
+  const std::tuple<std::vector<std::string>, std::string, std::string> rows[] = {
+      {{"giphy"}, single, printed("giphy-media.tunevo.app", false)},
+      {{"giphy", "--media-proxy-host", "m.example"}, single, printed("m.example", false)},
+      {{"--filter", "aspect", "giphy", "-"}, single, printed("giphy-media.tunevo.app", true)},
+      {{"giphys", "--filter", "aspect", "--media-proxy-host", "m.example"},
+       list,
+       "[" + printed("m.example", true) + "," + b + "]"},
+      {{"giphys", "--media-proxy-host", "x", "--media-proxy-host", "m.example"},
+       list,
+       "[" + printed("m.example", false) + "," + b + "]"},
+      {{"giphys"}, R"({"data":[]})", "[]"},
+      {{"giphys"}, single, "null"},
+      {{"giphy"}, list, "null"},
+  };
+  for (const auto& [args, input, output] : rows) {
+    const Outcome run = parse(args, input);
+    EXPECT_EQ(run.status, 0) << args[0] << " " << run.err;
+    EXPECT_EQ(run.out, output + "\n");
+    EXPECT_EQ(run.err, "");
+  }
+}
+
+TEST(ParseUsage, BadUsageUnknownKindsAndGiphyOptionsWithOtherKindsExit64WithUsage) {
+  const std::pair<std::vector<std::string>, std::string> rows[] = {
+      {{}, "missing KIND"},
+      {{"songs"}, "unknown KIND 'songs'"},
+      {{"Tracks", "-"}, "unknown KIND 'Tracks'"},
+      {{"tracks", "a.json", "b.json"}, "too many arguments"},
+      {{"tracks", "--filter", "aspect"}, "KIND 'tracks' takes no options"},
+      {{"--media-proxy-host", "m.example", "genres"}, "KIND 'genres' takes no options"},
+      {{"giphy", "--media-proxy-host"}, "option --media-proxy-host needs a HOST"},
+      {{"giphy", "--media-proxy-host", ""}, "option --media-proxy-host needs a HOST"},
+      {{"giphy", "--filter"}, "option --filter needs a value (aspect)"},
+      {{"giphys", "--filter", "square"}, "unknown filter 'square' (the only one is 'aspect')"},
+  };
+  for (const auto& [args, message] : rows) {
+    const Outcome run = parse(args, R"({"data":[]})");
+    EXPECT_EQ(run.status, 64) << message;
+    EXPECT_EQ(run.out, "");
+    EXPECT_EQ(run.err.rfind("tunevo parse: " + message + "\nusage: tunevo parse KIND [FILE]\n", 0), 0u) << run.err;
   }
 }
 
 TEST(NotJson, SaysWhereItBrokeAndExitsTwo) {
-  struct Row {
-    const char* text;
-    const char* where;  // source:line:column
-    const char* reason;
-  };
-  const Row rows[] = {
+  // The text, where it broke (line:column) and why.
+  const std::tuple<const char*, const char*, const char*> rows[] = {
       {R"({"tracks":[1,2,x]})", "1:16", "syntax error"},
       {"{\n  \"tracks\": [\n    x\n]}", "3:5", "syntax error"},
       {"{\"tracks\":[]}\n\n 5", "3:2", "extra data"},
@@ -118,43 +188,19 @@ TEST(NotJson, SaysWhereItBrokeAndExitsTwo) {
       {"\n\n", "3:1", "incomplete JSON"},
       {"\"\xFF\"", "1:2", "syntax error"},
       {"{'tracks':[]}", "1:2", "syntax error"}};
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.text);
-    const Outcome run = parse({"tracks"}, row.text);
+  for (const auto& [text, where, reason] : rows) {
+    SCOPED_TRACE(text);
+    const Outcome run = parse({"tracks"}, text);
     EXPECT_EQ(run.status, 2);
     EXPECT_EQ(run.out, "");
-    EXPECT_EQ(run.err, std::string("tunevo parse: standard input:") + row.where + ": not JSON: " + row.reason + "\n");
-  }
-}
-
-TEST(ParseUsage, BadUsageAndUnknownKindsExit64WithUsageOnStandardError) {
-  struct Row {
-    std::vector<std::string> args;
-    const char* message;
-  };
-  const Row rows[] = {{{}, "missing KIND"},
-                      {{"songs"}, "unknown KIND 'songs'"},
-                      {{"Tracks", "-"}, "unknown KIND 'Tracks'"},
-                      {{"tracks", "a.json", "b.json"}, "too many arguments"}};
-  for (const Row& row : rows) {
-    const Outcome run = parse(row.args, R"({"tracks":[]})");
-    EXPECT_EQ(run.status, 64) << row.message;
-    EXPECT_EQ(run.out, "") << row.message;
-    EXPECT_EQ(run.err.rfind(std::string("tunevo parse: ") + row.message + "\nusage: tunevo parse KIND [FILE]\n", 0), 0u)
-        << run.err;
+    EXPECT_EQ(run.err, std::string("tunevo parse: standard input:") + where + ": not JSON: " + reason + "\n");
   }
 }
 
 TEST(ParseInput, ReadsTheFileOrStandardInputForDashAndUnreadableFilesExit66) {
   const auto path = scratchFile("parse_input.json", R"({"genres":[{"id":"g.1"}]})");
-  const Outcome fromFile = parse({"genres", path.string()}, R"({"genres":[]})");
-  EXPECT_EQ(fromFile.status, 0);
-  EXPECT_EQ(fromFile.out, "[{\"id\":\"g.1\",\"name\":\"\",\"description\":\"\"}]\n");
-
-  const Outcome fromDash = parse({"genres", "-"}, R"({"genres":[]})");
-  EXPECT_EQ(fromDash.status, 0);
-  EXPECT_EQ(fromDash.out, "[]\n");
-
+  EXPECT_EQ(parse({"genres", path.string()}, R"({"genres":[]})").out, "[{\"id\":\"g.1\",\"name\":\"\",\"description\":\"\"}]\n");
+  EXPECT_EQ(parse({"genres", "-"}, R"({"genres":[]})").out, "[]\n");
   const auto broken = scratchFile("parse_broken.json", "{\n}}");
   const Outcome notJson = parse({"genres", broken.string()});
   EXPECT_EQ(notJson.status, 2);
@@ -173,34 +219,18 @@ TEST(ParseInput, ReadsTheFileOrStandardInputForDashAndUnreadableFilesExit66) {
 
 // The program itself: command dispatch and the standard streams.
 
-TEST(TunevoProgram, DispatchesCommandsRejectsUnknownOnesAndParsesStandardInputAndFiles) {
+// The program itself: command dispatch and the standard streams (the README's tested examples
+// parse the program's standard input and files).
+TEST(TunevoProgram, DispatchesCommandsAndEachDescribesItself) {
   const Outcome none = runTunevo("");
   EXPECT_EQ(none.status, 64);
-  EXPECT_EQ(none.out, "");
   EXPECT_EQ(none.err.rfind("usage: tunevo COMMAND", 0), 0u) << none.err;
-
   const Outcome unknown = runTunevo("frobnicate");
   EXPECT_EQ(unknown.status, 64);
-  EXPECT_EQ(unknown.err.rfind("tunevo: unknown command 'frobnicate'\nusage: tunevo COMMAND", 0), 0u)
-      << unknown.err;
-
-  // The overview's summaries start in one column, after each command's synopsis.
+  EXPECT_EQ(unknown.err.rfind("tunevo: unknown command 'frobnicate'\nusage: tunevo COMMAND", 0), 0u) << unknown.err;
   const Outcome help = runTunevo("--help");
   EXPECT_EQ(help.status, 0);
-  std::istringstream lines(help.out);
-  std::size_t column = 0;
-  for (std::string line; std::getline(lines, line);) {
-    if (!line.starts_with("  ")) continue;
-    const std::size_t gap = line.find("  ", 2);
-    const std::size_t summary = line.find_first_not_of(' ', gap);
-    EXPECT_GE(gap, 2u) << line;
-    if (column == 0) column = summary;
-    EXPECT_EQ(summary, column) << line;
-  }
   EXPECT_NE(help.out.find("\n  parse KIND [FILE]  "), std::string::npos) << help.out;
-  EXPECT_NE(help.out.find("\n  demo  "), std::string::npos) << help.out;
-
-  // Every command and sub-command describes itself on --help.
   for (const char* command : {"parse", "demo", "play", "apikey", "apikey mint", "apikey inspect", "emulator",
                               "emulator signin", "url-handler", "url-handler install", "url-handler remove",
                               "handle-url", "login", "token", "profile", "logout"}) {
@@ -208,33 +238,25 @@ TEST(TunevoProgram, DispatchesCommandsRejectsUnknownOnesAndParsesStandardInputAn
     EXPECT_EQ(described.status, 0) << command << ": " << described.err;
     EXPECT_EQ(described.out.rfind("usage: tunevo ", 0), 0u) << command << ": " << described.out;
   }
+  EXPECT_EQ(runTunevo("parse songs").status, 64);
+  EXPECT_EQ(runTunevo("parse tracks /nonexistent/answer.json").status, 66);
+}
 
-  const Outcome badKind = runTunevo("parse songs");
-  EXPECT_EQ(badKind.status, 64);
-
-  // parse reads the program's standard input and files.
-  const auto answer = scratchFile("program_answer.json", R"({"tracks":[{"id":"TRA.5"}]})");
-  const std::string expected =
-      R"([{"id":"Tra.5","name":"","playbackSeconds":0,"explicit":false,"artistID":"","artistName":"",)"
-      R"("albumID":"","albumName":"","isStreamable":false,"previewURL":""}])"
-      "\n";
-
-  const Outcome fromStdin = runTunevo("parse tracks", answer.string());
-  EXPECT_EQ(fromStdin.status, 0);
-  EXPECT_EQ(fromStdin.out, expected);
-  EXPECT_EQ(fromStdin.err, "");
-
-  const Outcome fromFile = runTunevo("parse tracks '" + answer.string() + "'");
-  EXPECT_EQ(fromFile.status, 0);
-  EXPECT_EQ(fromFile.out, expected);
-
-  const Outcome absent = runTunevo("parse search-tracks", answer.string());
-  EXPECT_EQ(absent.status, 0);
-  EXPECT_EQ(absent.out, "null\n");
-
-  const Outcome missing = runTunevo("parse tracks /nonexistent/answer.json");
-  EXPECT_EQ(missing.status, 66);
-  EXPECT_EQ(missing.out, "");
+// A display image or a Giphy picture without an id stops the program, with nothing on standard
+// output.
+TEST(TunevoProgram, ARecordWithoutAnIdStopsTheProgramWithNothingOnStandardOutput) {
+  const std::pair<const char*, const char*> rows[] = {
+      {"playlist-images", R"({"images":[{"imageType":"giphyImage","id":"g"},{"imageType":"displayImage"}]})"},
+      {"playlists", R"({"playlists":[{"id":"mp.1","images":[{"imageType":"displayImage","id":7}]}]})"},
+      {"giphys --filter aspect", R"({"data":[{"id":"a"},{"id":7,"images":{}}]})"},
+  };
+  for (const auto& [kind, answer] : rows) {
+    const Outcome run = runTunevo(std::string("parse ") + kind, scratchFile("stop.json", answer).string());
+    EXPECT_NE(run.status, 0) << kind;
+    EXPECT_EQ(run.out, "") << kind;
+    EXPECT_NE(run.err.find("Fatal error: "), std::string::npos) << run.err;
+    EXPECT_NE(run.err.find(" without a string \"id\""), std::string::npos) << run.err;
+  }
 }
 
 }  // namespace

@@ -24,26 +24,17 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Points an environment variable at a directory of this test for the test's length.
-class ScopedDirectoryVariable {
- public:
-  ScopedDirectoryVariable(const char* name, const std::string& leaf) : name_(name) {
-    if (const char* old = std::getenv(name)) old_ = old;
-    dir_ = fs::path(::testing::TempDir()) / (leaf + "_" + std::to_string(::getpid()));
+// Points an environment variable at a directory of this test for the test's length (each test
+// runs in a process of its own).
+struct ScopedDirectoryVariable {
+  ScopedDirectoryVariable(const char* name, const std::string& leaf)
+      : dir_(fs::path(::testing::TempDir()) / (leaf + "_" + std::to_string(::getpid()))) {
     fs::remove_all(dir_);
     fs::create_directories(dir_);
     ::setenv(name, dir_.c_str(), 1);
   }
-  ~ScopedDirectoryVariable() {
-    if (old_) ::setenv(name_, old_->c_str(), 1);
-    else ::unsetenv(name_);
-    fs::remove_all(dir_);
-  }
+  ~ScopedDirectoryVariable() { fs::remove_all(dir_); }
   const fs::path& dir() const { return dir_; }
-
- private:
-  const char* name_;
-  std::optional<std::string> old_;
   fs::path dir_;
 };
 
@@ -81,15 +72,13 @@ TEST_F(ListenerFixture, HandsTheUrlFromTheHandleUrlProcessToTheMainThread) {
 }
 
 TEST_F(ListenerFixture, RefusesWhenNoTunevoIsWaiting) {
-  const Outcome never = runTunevo("handle-url 'amzn-x://?methodName=signin'");
-  EXPECT_EQ(never.status, 69);
-  EXPECT_NE(never.err.find("no tunevo is waiting"), std::string::npos) << never.err;
-
-  std::string error;
-  listen(&error).reset();  // a listener that has gone leaves nothing to connect to
-  const Outcome gone = runTunevo("handle-url 'amzn-x://?methodName=signin'");
-  EXPECT_EQ(gone.status, 69);
-  EXPECT_NE(gone.err.find("no tunevo is waiting"), std::string::npos) << gone.err;
+  for (int gone = 0; gone < 2; ++gone) {
+    std::string error;
+    if (gone) listen(&error).reset();  // a listener that has gone leaves nothing to connect to
+    const Outcome refused = runTunevo("handle-url 'amzn-x://?methodName=signin'");
+    EXPECT_EQ(refused.status, 69);
+    EXPECT_NE(refused.err.find("no tunevo is waiting"), std::string::npos) << refused.err;
+  }
 }
 
 TEST_F(ListenerFixture, DropsWhatArrivesAfterTheListenerWentAndKeepsOneListenerPerUser) {
@@ -132,22 +121,16 @@ TEST(UrlHandler, InstallsAndRemovesTheDesktopEntryForTheAppSchemeAndRefusesBundl
   // Remove undoes the entry and the default that xdg-mime wrote (here written by hand, with
   // other handlers that stay), and a second remove says there was nothing left.
   const fs::path mimeApps = config.dir() / "mimeapps.list";
-  std::ofstream(mimeApps) << "[Default Applications]\n"
-                             "x-scheme-handler/amzn-app.tunevo.desktop=tunevo-amzn-app.tunevo.Desktop.desktop;\n"
-                             "x-scheme-handler/https=firefox.desktop\n"
-                             "[Added Associations]\n"
-                             "x-scheme-handler/amzn-app.tunevo.desktop=other.desktop;tunevo-amzn-app.tunevo.Desktop.desktop;\n";
-  const struct {
-    std::string out;
-  } removals[] = {
-      {"removed " + entry.string() + "\nremoved the default handler of x-scheme-handler/amzn-app.tunevo.desktop from " +
-       mimeApps.string() + "\n"},
-      {"nothing to remove: no " + entry.string() + " and no default handler of x-scheme-handler/amzn-app.tunevo.desktop\n"},
-  };
-  for (const auto& removal : removals) {
+  const std::string scheme = "x-scheme-handler/amzn-app.tunevo.desktop";
+  std::ofstream(mimeApps) << "[Default Applications]\n" + scheme + "=tunevo-amzn-app.tunevo.Desktop.desktop;\n"
+                             "x-scheme-handler/https=firefox.desktop\n[Added Associations]\n" + scheme +
+                             "=other.desktop;tunevo-amzn-app.tunevo.Desktop.desktop;\n";
+  for (const std::string& out :
+       {"removed " + entry.string() + "\nremoved the default handler of " + scheme + " from " + mimeApps.string() + "\n",
+        "nothing to remove: no " + entry.string() + " and no default handler of " + scheme + "\n"}) {
     const Outcome remove = runTunevo("url-handler remove --bundle-id app.tunevo.Desktop");
     EXPECT_EQ(remove.status, 0) << remove.err;
-    EXPECT_EQ(remove.out, removal.out);
+    EXPECT_EQ(remove.out, out);
     EXPECT_FALSE(fs::exists(entry));
     EXPECT_EQ(readAll(mimeApps),
               "[Default Applications]\n"
@@ -167,11 +150,7 @@ TEST(UrlHandler, InstallsAndRemovesTheDesktopEntryForTheAppSchemeAndRefusesBundl
   // The bundle identifier's source is named when it gives none.
   const fs::path noId = data.dir() / "no-id.json";
   std::ofstream(noId) << R"({"APIKey": "k"})";
-  const struct {
-    std::string arguments;
-    int status;
-    std::string err;
-  } refusals[] = {
+  const std::tuple<std::string, int, std::string> refusals[] = {
       {"--bundle-id 'a b'", 65, "tunevo url-handler: 'amzn-a b' is not a valid URL scheme\n"},
       {"--manifest /nonexistent/app-manifest.json", 66,
        "tunevo url-handler: cannot read the app manifest /nonexistent/app-manifest.json: no such file or directory "
@@ -179,10 +158,10 @@ TEST(UrlHandler, InstallsAndRemovesTheDesktopEntryForTheAppSchemeAndRefusesBundl
       {"--manifest '" + noId.string() + "'", 65,
        "tunevo url-handler: the app manifest " + noId.string() + " holds no CFBundleIdentifier\n"},
   };
-  for (const auto& refusal : refusals) {
-    const Outcome refused = runTunevo("url-handler install " + refusal.arguments);
-    EXPECT_EQ(refused.status, refusal.status) << refusal.arguments;
-    EXPECT_EQ(refused.err, refusal.err);
+  for (const auto& [arguments, status, err] : refusals) {
+    const Outcome refused = runTunevo("url-handler install " + arguments);
+    EXPECT_EQ(refused.status, status) << arguments;
+    EXPECT_EQ(refused.err, err);
   }
 }
 
