@@ -5,11 +5,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <mutex>
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <thread>
 #include <utility>
 
 #include "secure_item_text.h"
@@ -224,6 +226,19 @@ class SqliteSecureStore final : public SecureStore {
     return status::kSuccess;
   }
 
+  // Two connections opening a new file at once race on its set-up: switching it to WAL and
+  // creating the table take the write lock from a read lock, and SQLite answers such an upgrade
+  // "busy" at once, without its busy handler, where waiting could deadlock. The step is tried
+  // again until the busy timeout has passed.
+  static int setUp(sqlite3* db, const char* statement) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kBusyTimeoutMs);
+    for (;;) {
+      const int done = sqlite3_exec(db, statement, nullptr, nullptr, nullptr);
+      if (done != SQLITE_BUSY || std::chrono::steady_clock::now() >= deadline) return done;
+      std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+  }
+
   SecureStoreStatus open() {
     if (db_ != nullptr) return status::kSuccess;
     if (path_.empty()) return status::kNotAvailable;
@@ -246,7 +261,7 @@ class SqliteSecureStore final : public SecureStore {
     sqlite3_busy_timeout(db, kBusyTimeoutMs);
     for (const char* setup : {"PRAGMA journal_mode = WAL", "PRAGMA secure_delete = ON", "PRAGMA synchronous = FULL",
                               kSchema}) {
-      if (const int done = sqlite3_exec(db, setup, nullptr, nullptr, nullptr); done != SQLITE_OK) {
+      if (const int done = setUp(db, setup); done != SQLITE_OK) {
         sqlite3_close_v2(db);
         return statusOf(done);
       }
