@@ -28,8 +28,8 @@ void spinUntil(Done done) {
 // 3000 rounds of a race: `prepare`, then `mine` here and `theirs` on a second thread, released
 // together once both run; then `check` (did it go right?) and `mineFirst` (who won). The winner
 // is held back more next round, by a step that doubles while it keeps winning, so the sides soon
-// meet within a race window on any machine. Goes on while the lead changed fewer than 300 times,
-// for a second at most. Returns the wrong rounds.
+// meet within a race window on any machine (`offset` > 0 holds `mine` back). Goes on while the
+// lead changed fewer than 300 times, for a second at most. Returns the wrong rounds.
 template <class Prepare, class Mine, class Theirs, class Check, class MineFirst>
 int raceRounds(Prepare prepare, Mine mine, Theirs theirs, Check check, MineFirst mineFirst) {
   const auto delay = [](int steps) {
@@ -37,8 +37,7 @@ int raceRounds(Prepare prepare, Mine mine, Theirs theirs, Check check, MineFirst
     for (int i = 0; i < steps; ++i) sink.fetch_add(1, std::memory_order_relaxed);
   };
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(1);
-  std::atomic<int> armed{0}, ready{0}, released{0}, finished{0};
-  std::atomic<int> offset{0};  // > 0 holds `mine` back, < 0 holds `theirs` back
+  std::atomic<int> armed{0}, ready{0}, released{0}, finished{0}, offset{0};
   std::atomic<bool> stop{false};
   std::thread other([&] {
     for (int round = 1;; ++round) {
@@ -91,10 +90,10 @@ struct Probe final : Observer<int> {
   std::atomic<bool> pushed{false}, wrong{false};
 };
 
-// One thread subscribes to a subject holding 0 while another pushes 1 and 2 and completes it
-// (a Variable completes when destroyed). Counts the rounds in which the new subscriber ended on
-// another value than 2 (or, when it subscribed after the completion, on any value), saw
-// overlapping calls or an event after the end, or did not see the end once.
+// One thread subscribes to a subject holding 0 while another pushes 1 and 2 and completes it (a
+// Variable completes when destroyed). Counts the rounds in which the new subscriber ended on
+// another value than 2 (or on any, subscribed after the completion), saw overlapping calls or
+// an event after the end, or did not see the end once.
 template <class Subject>
 int roundsWithAStaleOrOverlappingReplay() {
   constexpr bool isVariable = std::is_same_v<Subject, Variable<int>>;
@@ -192,10 +191,7 @@ TEST(Stress, SubscribingAndDisposingConcurrentlyWhileAnotherThreadPushes) {
     std::atomic<int> releases{0};
     Disposable subscription = chain.subscribe();
     Disposable resource = Disposable::create([&] { ++releases; });
-    auto disposeBoth = [&] {
-      subscription.dispose();
-      resource.dispose();
-    };
+    const auto disposeBoth = [&] { for (const Disposable& handle : {subscription, resource}) handle.dispose(); };
     std::thread first(disposeBoth), second(disposeBoth);
     first.join();
     second.join();
