@@ -81,9 +81,9 @@ TEST(CreateResource, IsReleasedExactlyOnceAfterEveryKindOfEnding) {
 // A subscription counts as disposed once it ended, also while its source still holds it; with
 // callbacks, nothing that was on its way when it was disposed is delivered.
 TEST(Dispose, ASubscriptionCountsAsDisposedOnceItEndedAndReceivesNothingAfterwards) {
-  const auto inner = [](int v) { return just(v); };
   for (int stage = 0; stage < 3; ++stage) {
     const auto held = std::make_shared<HeldSource<int>>();
+    const auto inner = [&held](int) { return Observable<int>(held); };  // ends when its inner does
     const Observable<int> plain(held), source = stage == 0 ? plain : stage == 1 ? plain.flatMap(inner) : plain.flatMapLatest(inner);
     Recorder recorder;
     Log seen;
@@ -91,13 +91,14 @@ TEST(Dispose, ASubscriptionCountsAsDisposedOnceItEndedAndReceivesNothingAfterwar
       return stage == 0 ? source.subscribe([&](int v) { seen.push_back(std::to_string(v)); }) : recorder.subscribeTo(source);
     };
     const Disposable ended[] = {subscribe(), subscribe(), subscribe()};
-    EXPECT_FALSE(ended[2].isDisposed());
-    held->observers.at(0)->onCompleted();
-    held->observers.at(1)->onError(testError());
     ended[2].dispose();
     held->observers.at(2)->onNext(1);
+    held->observers.at(0)->onNext(0);
+    held->observers.at(1)->onError(testError());
+    held->observers.at(0)->onCompleted();
+    held->observers.back()->onCompleted();  // the inner of the first, or the disposed third
     for (const auto& subscription : ended) EXPECT_TRUE(subscription.isDisposed());
-    EXPECT_EQ(seen, Log{});
+    EXPECT_EQ(seen, stage == 0 ? Log{"0"} : Log{});
   }
 }
 
@@ -148,9 +149,9 @@ TEST(FlatMapLatest, DisposesThePreviousInnerFirstAndDropsItsLateEvents) {
   Recorder recorder;
   recorder.subscribeTo(outer.asObservable().flatMapLatest(
       [weak = std::weak_ptr(inner)](int n) { return n < 0 ? just(n) : Observable<int>(weak.lock()); }));
-  for (int n : {0, 0, -1, 0}) outer.onNext(n);
-  // Each was disposed while it was still the last one subscribed.
+  for (int n : {0, 0, -1}) outer.onNext(n);
   EXPECT_EQ(inner->disposedAt, (std::vector<std::size_t>{1, 2}));
+  outer.onNext(0);
   const ObserverPtr<int> superseded = inner->observers.at(0), latest = inner->observers.at(2);
   superseded->onNext(1);
   superseded->onError(testError("stale"));

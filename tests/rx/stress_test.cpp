@@ -12,7 +12,6 @@
 #include "applogic/rx/rx.h"
 #include "rx/recorder.h"
 
-// Races between threads, run under ThreadSanitizer in CI; no verdict depends on timing.
 namespace applogic::rx {
 namespace {
 
