@@ -55,7 +55,6 @@ TEST(CreateResource, IsReleasedExactlyOnceAfterEveryKindOfEnding) {
   enum class Ending { completed, failed, disposed, abandoned, endedEarly };
   for (const Ending ending :
        {Ending::completed, Ending::failed, Ending::disposed, Ending::abandoned, Ending::endedEarly}) {
-    SCOPED_TRACE(static_cast<int>(ending));
     int releases = 0;
     std::optional<AnyObserver<int>> held;
     Recorder recorder;
@@ -90,11 +89,12 @@ TEST(Dispose, ASubscriptionCountsAsDisposedOnceItEndedAndReceivesNothingAfterwar
     const auto subscribe = [&] {
       return stage == 0 ? source.subscribe([&](int v) { seen.push_back(std::to_string(v)); }) : recorder.subscribeTo(source);
     };
-    const Disposable ended[] = {subscribe(), subscribe(), subscribe()};
+    const Disposable ended[] = {subscribe(), subscribe(), subscribe(), subscribe()};
     ended[2].dispose();
     held->observers.at(2)->onNext(1);
     held->observers.at(0)->onNext(0);
     held->observers.at(1)->onError(testError());
+    held->observers.at(3)->onCompleted();
     held->observers.at(0)->onCompleted();
     held->observers.back()->onCompleted();  // the inner of the first, or the disposed third
     for (const auto& subscription : ended) EXPECT_TRUE(subscription.isDisposed());
