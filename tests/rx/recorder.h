@@ -1,7 +1,6 @@
 #pragma once
 
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -9,46 +8,35 @@
 
 namespace applogic::rx::test {
 
-// Records every event of one subscription as text, in order, so that a test can compare the
-// whole history with one expectation ("1", "2", "completed", "error:domain/code").
-template <class T>
+using Log = std::vector<std::string>;
+
+// Records events as text ("1", "completed", "error:d/7"). Unlike `subscribe` with callbacks it
+// has no guard of its own, so an operator that delivers after its end is seen.
 struct Recorder {
-  std::shared_ptr<std::vector<std::string>> log = std::make_shared<std::vector<std::string>>();
+  struct Sink final : Observer<int> {
+    std::shared_ptr<Log> log = std::make_shared<Log>();
+    void onNext(const int& value) override { log->push_back(std::to_string(value)); }
+    void onError(const Error& error) override { log->push_back("error:" + error.domain + "/" + std::to_string(error.code)); }
+    void onCompleted() override { log->push_back("completed"); }
+  };
+  std::shared_ptr<Sink> sink = std::make_shared<Sink>();
 
-  Disposable subscribeTo(const Observable<T>& source) const {
-    auto events = log;
-    return source.subscribe([events](const T& value) { events->push_back(describe(value)); },
-                            [events](const Error& error) {
-                              events->push_back("error:" + error.domain + "/" + std::to_string(error.code));
-                            },
-                            [events] { events->push_back("completed"); });
-  }
-
-  const std::vector<std::string>& events() const { return *log; }
-
-  static std::string describe(const T& value) {
-    if constexpr (std::is_same_v<T, std::string>) {
-      return value;
-    } else {
-      return std::to_string(value);
-    }
-  }
+  Disposable subscribeTo(const Observable<int>& source) const { return source.subscribe(sink); }
+  const Log& events() const { return *sink->log; }
 };
 
-// A source that ignores disposal: it keeps the observer of every subscription, so that a test
-// can deliver what an observable would deliver when its event was already on its way as it was
-// disposed (the usual case on another thread).
+// Keeps the observer of every subscription and ignores disposal (noting how many subscriptions
+// there were then): a test delivers what was on its way (on another thread) at the disposal.
 template <class T>
 struct HeldSource final : detail::Source<T> {
   mutable std::vector<ObserverPtr<T>> observers;
+  mutable std::vector<std::size_t> disposedAt;
   Disposable subscribe(const ObserverPtr<T>& observer) const override {
     observers.push_back(observer);
-    return {};
+    return Disposable::create([this] { disposedAt.push_back(observers.size()); });
   }
 };
 
-inline Error testError(std::string domain = "test", std::int64_t code = 7) {
-  return Error{std::move(domain), code, {}};
-}
+inline Error testError(std::string domain = "test") { return Error{std::move(domain), 7, {}}; }
 
 }  // namespace applogic::rx::test
