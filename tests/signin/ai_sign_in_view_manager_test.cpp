@@ -104,18 +104,9 @@ TEST(AISignInViewManager, ClosingTheViewCancelsWithCode3OnceAndResetsTheModes) {
 
 // A presenter that outlives the manager must not call into it once it is gone.
 TEST(AISignInViewManager, ReleasesThePresentersCancelHandlerWhenDestroyed) {
-  class HandlerKeeper final : public platform::SignInPresenter {
+  class HandlerKeeper final : public platform::BrowserOnlySignInPresenter {
    public:
     bool openURL(const std::string&) override { return true; }
-    bool canOpenAppURL(const std::string&) const override { return false; }
-    bool openAppURL(const std::string&) override { return false; }
-    bool inAppBrowserAvailable() const override { return false; }
-    bool presentInAppBrowser(const std::string&) override { return false; }
-    bool webViewAvailable() const override { return false; }
-    bool presentWebView(const std::string&, const std::string&, std::function<void(const std::string&)>) override {
-      return false;
-    }
-    void dismiss() override {}
     void setCancelHandler(std::function<void()> h) override { handler = std::move(h); }
     std::function<void()> handler;
   };
