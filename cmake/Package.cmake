@@ -17,6 +17,8 @@ set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_COMPONENTS_ALL Runtime Development Tunevo)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION libs)
+# The packages carry stripped programs and libraries (debug information stays in the build).
+set(CPACK_STRIP_FILES ON)
 # Depends from the ELF files' needs (dpkg-shlibdeps), and a shlibs file in libapplogic0 so that
 # other packages' shlibdeps find it; inter-package Depends from the component dependencies.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)

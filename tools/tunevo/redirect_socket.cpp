@@ -1,6 +1,8 @@
 #include "tunevo/redirect_socket.h"
 
 #include <poll.h>
+#include <pthread.h>
+#include <signal.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -165,7 +167,17 @@ RedirectListener::RedirectListener(fs::path path, int listenFd, int stopFd,
       stopFd_(stopFd),
       mainThread_(std::move(mainThread)),
       handler_(std::make_shared<Handler>(std::move(handler))) {
+  // The listener waits for as long as the login does; Ctrl-C is for the threads that watch for
+  // it, so the listener is started with SIGINT and SIGTERM blocked and the system never hands
+  // them to it.
+  sigset_t stopSignals;
+  sigemptyset(&stopSignals);
+  sigaddset(&stopSignals, SIGINT);
+  sigaddset(&stopSignals, SIGTERM);
+  sigset_t previous;
+  pthread_sigmask(SIG_BLOCK, &stopSignals, &previous);
   thread_ = std::thread([this] { serve(); });
+  pthread_sigmask(SIG_SETMASK, &previous, nullptr);
 }
 
 RedirectListener::~RedirectListener() {
