@@ -9,6 +9,7 @@
 
 #include "applogic/version.h"
 #include "tunevo/apikey.h"
+#include "tunevo/catalog_commands.h"
 #include "tunevo/demo.h"
 #include "tunevo/emulator_command.h"
 #include "tunevo/exit_codes.h"
@@ -50,6 +51,13 @@ constexpr Command kCommands[] = {
     {"token", "[--force-refresh]", "print the access token, refreshed when needed", &tunevo::runToken},
     {"profile", "[OPTIONS]", "print the signed-in user's profile (JSON)", &tunevo::runProfile},
     {"logout", "[OPTIONS]", "sign out: forget the tokens and the profile", &tunevo::runLogout},
+    {"top", "[OPTIONS]", "the music service's top tracks", &tunevo::runCatalogCommand},
+    {"search", "QUERY [OPTIONS]", "search the catalog's tracks", &tunevo::runCatalogCommand},
+    {"genres", "[ID] [OPTIONS]", "the top genres, or a genre's top tracks", &tunevo::runCatalogCommand},
+    {"favorites", "[OPTIONS]", "the signed-in user's favourite tracks, page by page", &tunevo::runCatalogCommand},
+    {"history", "[OPTIONS]", "the tracks the signed-in user played last", &tunevo::runCatalogCommand},
+    {"playlist", "ID [OPTIONS]", "a playlist and its tracks, page by page", &tunevo::runCatalogCommand},
+    {"preview", "TRACK_ID [OPTIONS]", "play a catalog track's preview", &tunevo::runCatalogCommand},
     {"--version", "", "print the version of the applogic library tunevo runs with", &versionCommand},
 };
 

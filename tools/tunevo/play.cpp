@@ -113,11 +113,19 @@ int runPlay(int argc, char** argv) {
   platform::LinuxPlatformOptions options;
   options.audioSink = sink;
   platform::LinuxPlatform host = platform::makeLinuxPlatformWithRunLoop(options);
+  Track track;
+  track.id = "tunevo.play";
+  track.previewURL = url->string();
+  return playPreview(host, track, "play", sink);
+}
+
+int playPreview(platform::LinuxPlatform& host, const Track& track, std::string_view command, const std::string& sink) {
   platform::Platform& system = host.platform;
   const std::shared_ptr<platform::RunLoop>& loop = host.runLoop;
   if (!system.mediaPlayers) {
-    std::cerr << "tunevo play: no media player: GStreamer with its playbin element is not installed, or the sink \""
-              << sink << "\" does not exist\n";
+    std::cerr << "tunevo " << command
+              << ": no media player: GStreamer with its playbin element is not installed, or the sink \"" << sink
+              << "\" does not exist\n";
     return kExitUnavailable;
   }
   auto players = std::make_shared<KeptPlayerFactory>(system.mediaPlayers);
@@ -128,10 +136,6 @@ int runPlay(int argc, char** argv) {
   session->setIsApplicationInBackground([] { return false; });
   const ScopedLogSink logSink(std::make_shared<PlayLogSink>());
   AudioPreviewController controller(session, system);
-
-  Track track;
-  track.id = "tunevo.play";
-  track.previewURL = url->string();
   controller.changeTrack(track);
 
   int status = kExitOk;
@@ -217,7 +221,7 @@ int runPlay(int argc, char** argv) {
   system.notificationCenter->removeObserver(ended);
   system.notificationCenter->removeObserver(failed);
   if (status != kExitOk) {
-    std::cerr << "tunevo play: cannot play " << url->string() << ": " << reason << "\n";
+    std::cerr << "tunevo " << command << ": cannot play " << track.previewURL << ": " << reason << "\n";
     return status;
   }
   std::cout << ending << "\n";

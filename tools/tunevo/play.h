@@ -1,5 +1,11 @@
 #pragma once
 
+#include <string>
+#include <string_view>
+
+#include "applogic/platform/linux_platform.h"
+#include "applogic/records/track.h"
+
 namespace tunevo {
 
 /// `tunevo play [--sink DESCRIPTION] URL|FILE`: plays one preview through AudioPreviewController
@@ -8,5 +14,11 @@ namespace tunevo {
 /// stopped, 64 usage or an argument that is no address, 69 the address cannot be played or no
 /// media player is installed. argv[0] is "play".
 int runPlay(int argc, char** argv);
+
+/// Plays `track`'s preview as `play` does, on `host` (its run loop runs until the clip ends, the
+/// player fails or Ctrl-C); `command` names the command in messages, `sink` the sink `host` was
+/// made with. The exit status as `play`'s.
+int playPreview(applogic::platform::LinuxPlatform& host, const applogic::Track& track, std::string_view command,
+                const std::string& sink);
 
 }  // namespace tunevo

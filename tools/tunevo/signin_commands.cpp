@@ -18,6 +18,7 @@
 #include <openssl/x509.h>
 
 #include "applogic/platform/app_manifest_bundle_info.h"
+#include "applogic/services/service_configuration.h"
 #include "applogic/signin/amazon_login_service.h"
 #include "applogic/signin/client/ai_auth_portal_proxy.h"
 #include "applogic/signin/client/ai_call_context.h"
@@ -41,7 +42,9 @@ constexpr std::int64_t kMaxTimeoutSeconds = 86400;
 // Tells the user's tools where a redirect came from; the client does not read it.
 constexpr std::string_view kSourceApplication = "tunevo handle-url";
 
-constexpr const char* kCommonOptions =
+}  // namespace
+
+const char* const kSignInOptionsHelp =
     "  --manifest FILE          the app manifest (CFBundleIdentifier, APIKey); default:\n"
     "                           app-manifest.json beside the tunevo executable\n"
     "  --public-key PEM         the key that verifies the API key's signature (a file, or the\n"
@@ -53,6 +56,8 @@ constexpr const char* kCommonOptions =
     "  --sandbox                use the service's sandbox\n"
     "  --store PATH             the SQLite file that keeps the tokens; default:\n"
     "                           $XDG_DATA_HOME/tunevo/secure-store.sqlite3\n";
+
+namespace {
 
 std::string usageOf(std::string_view command) {
   std::string text;
@@ -76,7 +81,7 @@ std::string usageOf(std::string_view command) {
            "Signs out: deletes the stored tokens and profile and the sign-in site's cookies.\n";
   }
   text += "\noptions:\n";
-  text += kCommonOptions;
+  text += kSignInOptionsHelp;
   text += "  --timeout SECONDS        how long to wait for the answer\n";
   return text;
 }
@@ -220,6 +225,11 @@ JsonObject sandboxOptions(bool sandbox) {
 
 // ---- options ----
 
+bool signInOptionTakesValue(std::string_view option) {
+  return option == "--manifest" || option == "--public-key" || option == "--profile-endpoint" ||
+         option == "--ca-file" || option == "--browser" || option == "--store" || option == "--timeout";
+}
+
 std::variant<SignInCommandOptions, std::string> parseSignInOptions(std::string_view command,
                                                                    const std::vector<std::string>& args) {
   SignInCommandOptions options;
@@ -233,8 +243,7 @@ std::variant<SignInCommandOptions, std::string> parseSignInOptions(std::string_v
       (arg == "--sandbox" ? options.sandbox : options.forceRefresh) = true;
       continue;
     }
-    const bool takesValue = arg == "--manifest" || arg == "--public-key" || arg == "--profile-endpoint" ||
-                            arg == "--ca-file" || arg == "--browser" || arg == "--store" || arg == "--timeout";
+    const bool takesValue = signInOptionTakesValue(arg);
     if (!takesValue) {
       return arg.starts_with("-") ? "unknown option '" + arg + "'" : "unexpected argument '" + arg + "'";
     }
@@ -362,6 +371,18 @@ SignInSession::Stop SignInSession::runUntil(const std::shared_ptr<Wait>& wait, s
   watcher.join();
   if (!wait->finished) wait->abandoned = true;
   return wait->stop;
+}
+
+SignInSession::Stop SignInSession::await(const std::function<void(std::function<void()> done)>& start,
+                                         std::chrono::seconds timeout) {
+  auto wait = std::make_shared<Wait>();
+  wait->loop = host_.runLoop;
+  start([wait] { wait->finish(); });
+  return runUntil(wait, timeout);
+}
+
+std::shared_ptr<services::AccessTokenSource> SignInSession::accessTokens() const {
+  return services::makeSignInAccessTokenSource(lib_, kScopes);
 }
 
 std::variant<SignedInUser, SignInFailure, SignInSession::Stop> SignInSession::login(bool sandbox,
@@ -510,9 +531,15 @@ std::variant<Command, int> prepare(int argc, char** argv) {
   return Command{name, std::move(options), timeout};
 }
 
-// The session the options describe; an exit status when an input cannot be read.
-std::variant<std::unique_ptr<SignInSession>, int> openSession(const Command& command) {
-  const SignInCommandOptions& options = command.options;
+}  // namespace
+
+std::variant<std::unique_ptr<SignInSession>, int> openSignInSession(std::string_view name,
+                                                                    const SignInCommandOptions& options,
+                                                                    std::chrono::seconds timeout) {
+  const struct {
+    std::string_view name;
+    std::chrono::seconds timeout;
+  } command{name, timeout};
   // Every file is checked here, before anything is sent or the browser opens: a sign-in the user
   // completes in the browser must not fail afterwards on a file given with it.
   const auto unusable = [&](std::string_view problem) {
@@ -547,20 +574,23 @@ std::variant<std::unique_ptr<SignInSession>, int> openSession(const Command& com
   platformOptions.httpCaFile = options.caFile;
   platformOptions.browserCommand = options.browser;
   platformOptions.secureStorePath = options.store;
+  platformOptions.audioSink = options.audioSink;
   platform::LinuxPlatform host = platform::makeLinuxPlatformWithRunLoop(platformOptions);
   if (command.name == "login") {
     host.platform.signInPresenter = std::make_shared<AnnouncingPresenter>(
         host.platform.signInPresenter, options.browser.value_or("xdg-open").string(), command.timeout);
   }
   auto session = std::make_unique<SignInSession>(std::move(host), std::move(configuration));
-  session->setExchangeOutlivesTimeoutNotice([&command] {
-    std::cerr << "tunevo " << command.name << ": no answer within " << command.timeout.count()
+  session->setExchangeOutlivesTimeoutNotice([name = std::string(name), timeout] {
+    std::cerr << "tunevo " << name << ": no answer within " << timeout.count()
               << " s; waiting for the token exchange already sent to end, so that a token the server "
                  "rotated is kept"
               << std::endl;
   });
   return session;
 }
+
+namespace {
 
 // Prints why an operation gave no answer, or the error it answered with; the exit status.
 // One line per failure.
@@ -597,7 +627,7 @@ int runCommand(int argc, char** argv, Run run) {
   auto prepared = prepare(argc, argv);
   if (const int* status = std::get_if<int>(&prepared)) return *status;
   const Command& command = std::get<Command>(prepared);
-  auto opened = openSession(command);
+  auto opened = openSignInSession(command.name, command.options, command.timeout);
   if (const int* status = std::get_if<int>(&opened)) return *status;
   return run(command, *std::get<std::unique_ptr<SignInSession>>(opened));
 }

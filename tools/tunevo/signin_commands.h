@@ -16,6 +16,7 @@
 
 #include "applogic/platform/linux_platform.h"
 #include "applogic/signin/client/ai_mobile_lib.h"
+#include "applogic/services/service_configuration.h"
 #include "applogic/signin/client/client_configuration.h"
 #include "applogic/support/json.h"
 
@@ -33,7 +34,14 @@ struct SignInCommandOptions {
   std::optional<std::chrono::seconds> timeout;           ///< --timeout SECONDS
   bool forceRefresh = false;                             ///< --force-refresh (`token` only)
   bool help = false;                                     ///< --help or -h
+  std::string audioSink;                                 ///< not an option here: the media sink of the platform
 };
+
+/// Whether `option` is one of the sign-in options that take a value ("--manifest" ...).
+bool signInOptionTakesValue(std::string_view option);
+
+/// The sign-in options' help lines, as `tunevo token --help` prints them.
+extern const char* const kSignInOptionsHelp;
 
 /// Reads the options of `command` ("login", "token", "profile" or "logout") from `args` (the
 /// arguments after the command's name). The problem, as one line, when an option is unknown
@@ -101,6 +109,15 @@ class SignInSession {
   /// before the wait goes on for that exchange.
   void setExchangeOutlivesTimeoutNotice(std::function<void()> notice) { exchangeNotice_ = std::move(notice); }
 
+  /// Runs the loop until `start` (called at once, on this thread) calls the `done` it is given,
+  /// the timeout comes, or Ctrl-C. Anything `start` began keeps answering on this loop.
+  Stop await(const std::function<void(std::function<void()> done)>& start, std::chrono::seconds timeout);
+
+  /// The signed-in user's access tokens for the scope "profile", for the service clients.
+  std::shared_ptr<applogic::services::AccessTokenSource> accessTokens() const;
+  /// The Linux platform the session runs on.
+  const applogic::platform::LinuxPlatform& host() const { return host_; }
+
   /// Whether the store holds a refresh token (false too when it cannot be read).
   bool holdsRefreshToken() const;
 
@@ -117,6 +134,12 @@ class SignInSession {
   applogic::signin::AIMobileLib lib_;
   std::function<void()> exchangeNotice_;
 };
+
+/// The session `options` describe, for the command `name` whose waits last `timeout`; or the
+/// exit status when an input cannot be read (66, after one line on standard error).
+std::variant<std::unique_ptr<SignInSession>, int> openSignInSession(std::string_view name,
+                                                                    const SignInCommandOptions& options,
+                                                                    std::chrono::seconds timeout);
 
 /// Prints what `login` prints: "email: ", "user id: " and "access token: " (masked) lines.
 void printSignedInUser(std::ostream& out, const SignedInUser& user);
