@@ -70,6 +70,7 @@ struct APPLOGIC_EXPORT LinuxPlatformOptions {
   /// directory of the running executable (where a bundle keeps its information).
   std::optional<std::filesystem::path> appManifestPath;
   /// PEM certificates the HTTP client trusts besides the system's CAs (a loopback server's CA).
+  /// The media players trust them in place of the system's for https items.
   std::optional<std::filesystem::path> httpCaFile;
   /// The program that opens the sign-in page, started with the page's address as its one
   /// argument (a name without "/" is looked up in PATH); by default `xdg-open`.

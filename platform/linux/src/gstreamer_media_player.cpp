@@ -374,6 +374,19 @@ class GStreamerPlayer final : public MediaPlayer, public std::enable_shared_from
   std::vector<Observer> observers_;
 };
 
+// playbin makes its source element per item; an http(s) source that can be told which CAs to
+// trust (souphttpsrc's "ssl-ca-file") is told as it is made. The path lives as long as playbin.
+void trustCaFile(GstElement* playbin, const std::string& path) {
+  g_signal_connect_data(
+      playbin, "source-setup",
+      G_CALLBACK(+[](GstElement* /*playbin*/, GstElement* source, gpointer data) {
+        if (g_object_class_find_property(G_OBJECT_GET_CLASS(source), "ssl-ca-file") != nullptr) {
+          g_object_set(source, "ssl-ca-file", static_cast<const char*>(data), nullptr);
+        }
+      }),
+      g_strdup(path.c_str()), +[](gpointer data, GClosure* /*closure*/) { g_free(data); }, GConnectFlags{});
+}
+
 class GStreamerFactory final : public MediaPlayerFactory {
  public:
   GStreamerFactory(std::shared_ptr<MainThread> mainThread, std::shared_ptr<NotificationCenter> notificationCenter,
@@ -394,6 +407,7 @@ class GStreamerFactory final : public MediaPlayerFactory {
     auto player = std::make_shared<GStreamerPlayer>(playbin, mainThread_, notificationCenter_);
     // playbin took the floating reference; the sink lives as long as the player.
     if (options_.onFirstBuffer) player->reportFirstBuffers(sink, options_.onFirstBuffer);
+    if (options_.caFile) trustCaFile(playbin, options_.caFile->string());
     player->listen();
     return player;
   }

@@ -40,7 +40,7 @@ LinuxPlatform makeLinuxPlatformWithRunLoop(const LinuxPlatformOptions& options) 
   platform.notificationCenter = makeNotificationCenter();
   platform.audioSessionBackend = std::make_shared<DesktopAudioSession>(platform.notificationCenter, runLoop);
   platform.mediaPlayers = makeGStreamerMediaPlayers(platform.mainThread, platform.notificationCenter,
-                                                    GStreamerMediaOptions{options.audioSink});
+                                                    GStreamerMediaOptions{options.audioSink, {}, options.httpCaFile});
   platform.bundleInfo = makeAppManifestBundleInfo(options.appManifestPath.value_or(defaultAppManifestPath()));
   platform.httpClient = makeCurlHttpClient(platform.mainThread, CurlHttpOptions{options.httpCaFile});
   platform.deviceInfo = std::make_shared<LinuxDeviceInfo>();

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <filesystem>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -30,6 +32,10 @@ struct APPLOGIC_EXPORT GStreamerMediaOptions {
   /// For measurements and diagnostics (the preview start-up benchmark times `changeTrack` +
   /// `resume` to it). Empty: no hook.
   std::function<void()> onFirstBuffer{};
+
+  /// PEM certificates that the servers of https items must be signed by, in place of the
+  /// system's (a loopback server's CA). Absent: the system's CAs.
+  std::optional<std::filesystem::path> caFile{};
 };
 
 /// Whether GStreamer can reach a sound output: one of its device providers (the sound server's,
