@@ -5,6 +5,7 @@
 #include <charconv>
 #include <condition_variable>
 #include <deque>
+#include <limits>
 #include <mutex>
 
 #include <httplib.h>
@@ -150,18 +151,19 @@ std::optional<Range> rangeOf(std::string_view header, std::size_t size) {
   const std::string_view spec = header.substr(6);
   const std::size_t dash = spec.find('-');
   if (dash == std::string_view::npos) return std::nullopt;
-  const auto first = dash == 0 ? std::optional<std::int64_t>(0) : decimal(spec.substr(0, dash));
-  const auto last = dash + 1 == spec.size() ? std::optional<std::int64_t>() : decimal(spec.substr(dash + 1));
-  if (!first || (dash + 1 < spec.size() && !last)) return std::nullopt;
-  if (dash == 0) {  // a suffix: the last n bytes
-    if (!last || *last == 0) return std::nullopt;
-    const std::size_t length = std::min(size, static_cast<std::size_t>(*last));
+  const std::string_view from = spec.substr(0, dash);
+  const std::string_view to = spec.substr(dash + 1);
+  if (from.empty()) {  // a suffix: the last n bytes
+    const std::int64_t n = decimal(to).value_or(0);
+    if (n == 0 || size == 0) return std::nullopt;
+    const std::size_t length = std::min(size, static_cast<std::size_t>(n));
     return Range{size - length, length};
   }
+  const std::optional<std::int64_t> first = decimal(from);
+  const std::int64_t last = to.empty() ? std::numeric_limits<std::int64_t>::max() : decimal(to).value_or(-1);
+  if (!first || last < *first || static_cast<std::size_t>(*first) >= size) return std::nullopt;
   const auto begin = static_cast<std::size_t>(*first);
-  if (begin >= size || (last && *last < *first)) return std::nullopt;
-  const std::size_t end = last ? std::min(size - 1, static_cast<std::size_t>(*last)) : size - 1;
-  return Range{begin, end - begin + 1};
+  return Range{begin, std::min(size - 1, static_cast<std::size_t>(last)) - begin + 1};
 }
 
 }  // namespace
@@ -245,6 +247,9 @@ class CatalogServer::Impl {
   }
 
   void handle(const httplib::Request& request, httplib::Response& response) {
+    // Previews answer ranges themselves; cpp-httplib would otherwise cut every answer of a request
+    // with a Range header, error pages included. The request object itself is not const.
+    const_cast<httplib::Request&>(request).ranges.clear();
     Answer answer;
     try {
       answer = answerFor(request, response);
@@ -673,11 +678,12 @@ class CatalogServer::Impl {
     if (!index) return apiError(404, "No track " + id + ".");
     Answer answer{200, "audio/wav", preview_, {}};
     if (request.has_header("Range")) {
+      const std::string size = std::to_string(preview_.size());
       const auto range = rangeOf(request.get_header_value("Range"), preview_.size());
-      if (!range) {
-        return Answer{416, "text/plain", "", {{"Content-Range", "bytes */" + std::to_string(preview_.size())}}};
-      }
-      answer.status = 206;  // cpp-httplib cuts the body to the range and sets Content-Range
+      if (!range) return Answer{416, "text/plain", "No such range of the preview.\n", {{"Content-Range", "bytes */" + size}}};
+      answer = Answer{206, "audio/wav", preview_.substr(range->first, range->length),
+                      {{"Content-Range", "bytes " + std::to_string(range->first) + "-" +
+                                             std::to_string(range->first + range->length - 1) + "/" + size}}};
       if (range->first != 0) return answer;
     }
     play(*index);
