@@ -350,6 +350,13 @@ TEST_F(CatalogServerTest, PlaysReachOpenEventStreamsAndReconnectsReplayMissedEve
   EXPECT_EQ(unknown.endedWithStatus(), 400);
 }
 
+TEST_F(CatalogServerTest, KeepsTheLast256EventsForReconnects) {
+  for (int i = 1; i <= 257; ++i) ASSERT_TRUE(catalog_->pushForeignEvent("charts.updated", "friend." + std::to_string(i)));
+  EventStream stream(catalog_->port(), catalog_->caPath(), token_, "charts.updated", "0");
+  const std::string text = stream.waitFor("\"user\":\"friend.257\"");
+  EXPECT_EQ(text.substr(0, 7), "id: 2\ne") << text.substr(0, 100);
+}
+
 TEST_F(CatalogServerTest, FaultKnobs) {
   EXPECT_TRUE(control("fail?n=2"));
   EXPECT_EQ(get("/genres")->status, 500);
@@ -370,6 +377,9 @@ TEST_F(CatalogServerTest, FaultKnobs) {
   EXPECT_EQ(get("/genres")->status, 200);
   EXPECT_FALSE(control("latency"));
   EXPECT_FALSE(control("event?topic=charts.refreshed&user=friend.2"));
+  EXPECT_TRUE(control("event?topic=history.updated&user=friend.2"));
+  EXPECT_EQ(client_->Get("/__control/catalog/abandoned")->body, R"({"abandoned":0})");
+  EXPECT_EQ(jsonOf(client_->Get("/__control/catalog/requests")).as_array().back().at("path"), "/v1/genres");
   EXPECT_FALSE(control("unknown"));
   EXPECT_TRUE(control("reset"));
   EXPECT_TRUE(catalog_->requests().empty());

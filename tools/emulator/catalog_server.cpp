@@ -35,6 +35,8 @@ constexpr std::string_view kControlPrefix = "/__control/catalog/";
 // Every client holds up to four event streams beside its pooled requests.
 constexpr std::size_t kWorkerThreads = 32;
 constexpr std::size_t kKeptEvents = 256;
+// Bounds the memory of a long run (a benchmark's loop).
+constexpr std::size_t kKeptRequests = 10000;
 constexpr std::int64_t kDefaultLimit = 50;
 constexpr std::size_t kRecommendations = 20;
 constexpr double kPreviewSeconds = 3;
@@ -216,7 +218,7 @@ class CatalogServer::Impl {
   }
   std::vector<RecordedRequest> requests() const {
     std::lock_guard lock(mutex_);
-    return requests_;
+    return {requests_.begin(), requests_.end()};
   }
   int abandonedRequests() const {
     std::lock_guard lock(mutex_);
@@ -351,6 +353,7 @@ class CatalogServer::Impl {
       if (!isConnectionPseudoHeader(name)) recorded.headers.emplace_back(name, value);
     }
     requests_.push_back(std::move(recorded));
+    if (requests_.size() > kKeptRequests) requests_.pop_front();
   }
 
   object track(std::size_t index) const {
@@ -713,7 +716,12 @@ class CatalogServer::Impl {
                                      {"height", std::to_string(rendition.height)},
                                      {"url", base_ + "/giphy/media/" + picture.id + "/" + rendition.key + ".gif"}};
     }
-    return object{{"type", "gif"}, {"id", picture.id}, {"title", picture.title}, {"rating", picture.rating},
+    return object{{"type", "gif"},
+                  {"id", picture.id},
+                  {"url", "https://giphy.com/gifs/" + picture.id},
+                  {"bitly_url", "https://gph.is/" + picture.id},
+                  {"title", picture.title},
+                  {"rating", picture.rating},
                   {"images", std::move(images)}};
   }
 
@@ -813,7 +821,7 @@ class CatalogServer::Impl {
   int failures_ = 0;
   int drops_ = 0;
   int expiries_ = 0;
-  std::vector<RecordedRequest> requests_;
+  std::deque<RecordedRequest> requests_;
   int abandoned_ = 0;
   std::deque<Event> events_;
   std::uint64_t nextEventId_ = 1;

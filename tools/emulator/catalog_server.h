@@ -93,7 +93,7 @@ class CatalogServer {
   /// another topic.
   bool pushForeignEvent(std::string_view topic, std::string_view userId);
 
-  /// Every request received since start or the last reset, in order of arrival.
+  /// The requests received since start or the last reset, in order of arrival (the last 10 000).
   std::vector<RecordedRequest> requests() const;
   /// How many event streams and delayed answers ended because their client went away.
   int abandonedRequests() const;
