@@ -363,7 +363,9 @@ TEST_F(CatalogServerTest, FaultKnobs) {
   EXPECT_EQ(jsonOf(get("/genres")).at("error").at("status"), 500);
   EXPECT_EQ(get("/genres")->status, 200);
 
-  EXPECT_TRUE(control("expire"));
+  EXPECT_TRUE(control("expire?n=2"));
+  EXPECT_EQ(client_->Get("/previews/tra.1001.wav")->status, 200);  // carries no credentials: not taken
+  EXPECT_EQ(client_->Get("/giphy/v1/gifs/gph0001?api_key=tunevo-giphy-key")->status, 401);
   const auto expired = get("/genres");
   EXPECT_EQ(expired->status, 401);
   EXPECT_EQ(expired->get_header_value("WWW-Authenticate"), "Bearer error=\"invalid_token\"");

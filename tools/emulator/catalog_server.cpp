@@ -272,6 +272,8 @@ class CatalogServer::Impl {
     if (request.path.rfind(kControlPrefix, 0) == 0) return control(request, query);
 
     const int socket = detail::socketOf(request);
+    const std::string_view path = request.path;
+    const bool credentialed = path.rfind("/v1/", 0) == 0 || path.rfind("/giphy/v1/", 0) == 0;
     Taken taken;
     {
       std::lock_guard lock(mutex_);
@@ -280,12 +282,11 @@ class CatalogServer::Impl {
       const auto takeOne = [](int& counter) { return counter > 0 && counter-- > 0; };
       taken.drop = takeOne(drops_);
       taken.fail = !taken.drop && takeOne(failures_);
-      taken.expire = !taken.drop && !taken.fail && takeOne(expiries_);
+      taken.expire = credentialed && !taken.drop && !taken.fail && takeOne(expiries_);
     }
     if (taken.latency.count() > 0 && !waitOrAbandon(socket, taken.latency)) return drop(socket, response);
     if (taken.drop) return drop(socket, response);
 
-    const std::string_view path = request.path;
     const bool giphy = path.rfind("/giphy/", 0) == 0;
     if (taken.fail) {
       return giphy ? giphyError(500, "Internal Server Error") : apiError(500, "The service is temporarily unable to answer.");
@@ -313,7 +314,7 @@ class CatalogServer::Impl {
       return events(request, query, response, socket);
     }
     std::lock_guard lock(mutex_);
-    Answer answer = api(request, segments, query, *user);
+    Answer answer = api(request, segments, query);
     if (emitted_) {
       emitted_ = false;
       changed_.notify_all();
@@ -462,8 +463,7 @@ class CatalogServer::Impl {
   }
 
   // Under the lock.
-  Answer api(const httplib::Request& request, const std::vector<std::string>& segments, const Pairs& query,
-             const std::string& /*user*/) {
+  Answer api(const httplib::Request& request, const std::vector<std::string>& segments, const Pairs& query) {
     const std::string& method = request.method;
     const auto badRequest = [](std::string_view message) { return apiError(400, message); };
     const std::size_t n = segments.size();

@@ -78,8 +78,9 @@ class CatalogServer {
   std::string giphyBaseUrl() const;
   const std::filesystem::path& caPath() const;
 
-  // Fault knobs. Each "next n" knob applies to the next n requests (API, Giphy and previews;
-  // not control requests), in the order: drop, 500, 401.
+  // Fault knobs. Each "next n" knob applies to the next n requests as they arrive (API, Giphy and
+  // previews; not control requests): a request waits the latency, then takes a pending drop, else
+  // a pending 500, else (an API or Giphy API request) a pending 401.
 
   /// A delay before every answer from now on.
   void setLatency(std::chrono::milliseconds latency);
@@ -87,7 +88,7 @@ class CatalogServer {
   void failNext(int n = 1);
   /// The next `n` requests have their connection closed without an answer.
   void dropNext(int n = 1);
-  /// The next `n` requests answer 401 as if their token had expired.
+  /// The next `n` API or Giphy API requests answer 401 as if their token (key) had expired.
   void expireNext(int n = 1);
   /// Pushes a `topic` event ("charts.updated" or "history.updated") for another user; false for
   /// another topic.
