@@ -401,6 +401,22 @@ TEST_F(CatalogServerTest, SeesClientsThatCloseBeforeTheAnswer) {
   EXPECT_TRUE(eventually([&] { return catalog_->abandonedRequests() == 2; }));
 }
 
+TEST_F(CatalogServerTest, StoppingEndsOpenStreamsAndDelayedAnswers) {
+  EventStream stream(catalog_->port(), catalog_->caPath(), token_, "charts.updated");
+  stream.waitFor(": keep-alive");
+  catalog_->setLatency(std::chrono::hours(1));
+  auto delayedClient = clientOf(catalog_->port(), catalog_->caPath());
+  // Answered at once when the server stops, as the sign-in server does.
+  std::thread delayed([&] {
+    const auto result = delayedClient->Get("/v1/genres", auth());
+    EXPECT_TRUE(result && result->status == 200);
+  });
+  EXPECT_TRUE(eventually([&] { return catalog_->requests().size() == 2; }));
+  catalog_.reset();
+  EXPECT_NE(stream.endedWithStatus(), 0);
+  delayed.join();
+}
+
 TEST_F(CatalogServerTest, TheSameSeedGivesTheSameAnswers) {
   const auto other = startCatalog();
   ASSERT_TRUE(other);

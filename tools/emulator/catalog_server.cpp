@@ -82,6 +82,13 @@ std::vector<std::string> split(std::string_view text, char separator) {
   }
 }
 
+// Percent-decodes a path segment, where a "+" is itself.
+std::string pathDecode(std::string_view segment) {
+  std::string escaped;
+  for (const char c : segment) escaped += c == '+' ? std::string_view("%2B") : std::string_view(&c, 1);
+  return detail::formDecode(escaped);
+}
+
 bool isTopic(std::string_view topic) {
   for (std::string_view known : kTopics) {
     if (topic == known) return true;
@@ -309,7 +316,7 @@ class CatalogServer::Impl {
     if (!user) return unauthorized("The access token is unknown, expired or revoked.");
 
     std::vector<std::string> segments = split(path.substr(4), '/');
-    for (std::string& segment : segments) segment = detail::formDecode(segment);
+    for (std::string& segment : segments) segment = pathDecode(segment);
     if (request.method == "GET" && segments == std::vector<std::string>{"me", "events"}) {
       return events(request, query, response, socket);
     }
@@ -645,6 +652,12 @@ class CatalogServer::Impl {
   // false ends the stream (the server stops, or the client went away).
   bool stream(const std::vector<std::string>& topics, std::uint64_t& sent, int socket, httplib::DataSink& sink) {
     const auto keepAliveAt = std::chrono::steady_clock::now() + options_.keepAliveInterval;
+    // The client went away (its close seen, or a write refused), unless the server is stopping.
+    const auto gone = [this] {
+      std::lock_guard lock(mutex_);
+      if (!stopping_) ++abandoned_;
+      return false;
+    };
     while (true) {
       std::string out;
       {
@@ -657,16 +670,9 @@ class CatalogServer::Impl {
         }
         sent = std::max(sent, nextEventId_ - 1);
       }
-      if (!out.empty()) return sink.write(out.data(), out.size());
-      if (std::chrono::steady_clock::now() >= keepAliveAt) {
-        static constexpr std::string_view kKeepAlive = ": keep-alive\n\n";
-        return sink.write(kKeepAlive.data(), kKeepAlive.size());
-      }
-      if (detail::peerClosed(socket, std::chrono::milliseconds(0))) {
-        std::lock_guard lock(mutex_);
-        ++abandoned_;
-        return false;
-      }
+      if (out.empty() && std::chrono::steady_clock::now() >= keepAliveAt) out = ": keep-alive\n\n";
+      if (!out.empty()) return sink.write(out.data(), out.size()) || gone();
+      if (detail::peerClosed(socket, std::chrono::milliseconds(0))) return gone();
     }
   }
 
@@ -675,7 +681,7 @@ class CatalogServer::Impl {
     if (name.size() <= kSuffix.size() || name.substr(name.size() - kSuffix.size()) != kSuffix) {
       return apiError(404, "Previews are /previews/<trackId>.wav.");
     }
-    const std::string id = detail::formDecode(name.substr(0, name.size() - kSuffix.size()));
+    const std::string id = pathDecode(name.substr(0, name.size() - kSuffix.size()));
     std::lock_guard lock(mutex_);
     const auto index = data_.track(id);
     if (!index) return apiError(404, "No track " + id + ".");
@@ -746,7 +752,7 @@ class CatalogServer::Impl {
       return ok(std::move(list), object{{"total_count", found.size()}, {"count", count}, {"offset", offset}});
     }
     if (rest.rfind("gifs/", 0) == 0) {
-      if (const auto index = data_.picture(detail::formDecode(rest.substr(5)))) return ok(picture(*index));
+      if (const auto index = data_.picture(pathDecode(rest.substr(5)))) return ok(picture(*index));
     }
     return giphyError(404, "Not Found");
   }
