@@ -21,47 +21,13 @@
 
 #include "applogic/testing/manual_clock.h"
 #include "emulator/signin_server.h"
+#include "emulator/signin_flow.h"
 
 namespace applogic::emulator {
 namespace {
 
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
-using Params = std::vector<std::pair<std::string, std::string>>;
-
-constexpr char kClientId[] = "client.tunevo.test";
-constexpr char kRedirectUri[] = "amzn-app.tunevo.test://?methodName=signin";
-constexpr char kState[] = "6F9619FF-8B86-D011-B42D-00C04FC964FF";
-// A verifier and its S256 challenge, computed apart from the server's code.
-constexpr char kVerifier[] = "M25iVXpKU3puUjFaYWg3T1NDTDQtcW1ROUY2dGV4ZVQ";
-constexpr char kChallenge[] = "VWiDhXHIrC4ohL0Q3wF165dq9Km9W0qLwR5wmrVFncg";
-constexpr char kOtherVerifier[] = "other-verifier-that-is-long-enough-0123456789";
-
-std::string encodeList(const Params& params) {
-  std::string out;
-  for (const auto& [name, value] : params) {
-    out += (out.empty() ? "" : "&") + name + "=" + httplib::detail::encode_query_param(value);
-  }
-  return out;
-}
-
-// The decoded query parameters of an address.
-std::map<std::string, std::string> queryOf(const std::string& address) {
-  httplib::Params params;
-  if (const std::size_t start = address.find('?'); start != std::string::npos) {
-    httplib::detail::parse_query_text(address.substr(start + 1), params);
-  }
-  return {params.begin(), params.end()};
-}
-
-// What the client's sign-in page request carries; the appIdentifier is Base64 of
-// {"bundleID":"app.tunevo.test"}.
-Params signInParams(std::string scope = "profile") {
-  return {{"di.hw.name", "x86_64"}, {"di.os.name", "Linux"}, {"di.os.version", "6.1"}, {"di.sdk.version", "2.1.1"},
-          {"appIdentifier", "eyJidW5kbGVJRCI6ImFwcC50dW5ldm8udGVzdCJ9"}, {"response_type", "code"},
-          {"scope", std::move(scope)}, {"client_id", kClientId}, {"redirect_uri", kRedirectUri}, {"state", kState},
-          {"code_challenge", kChallenge}, {"code_challenge_method", "S256"}};
-}
 
 Params without(Params params, std::string_view name) {
   std::erase_if(params, [&](const auto& pair) { return pair.first == name; });

@@ -232,7 +232,7 @@ TEST(TunevoProgram, DispatchesCommandsAndEachDescribesItself) {
   EXPECT_EQ(help.status, 0);
   EXPECT_NE(help.out.find("\n  parse KIND [FILE]  "), std::string::npos) << help.out;
   for (const char* command : {"parse", "demo", "play", "apikey", "apikey mint", "apikey inspect", "emulator",
-                              "emulator signin", "url-handler", "url-handler install", "url-handler remove",
+                              "emulator signin", "emulator catalog", "emulator all", "url-handler", "url-handler install", "url-handler remove",
                               "handle-url", "login", "token", "profile", "logout"}) {
     const Outcome described = runTunevo(std::string(command) + " --help");
     EXPECT_EQ(described.status, 0) << command << ": " << described.err;

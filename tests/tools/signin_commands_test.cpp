@@ -15,6 +15,7 @@
 
 #include <gtest/gtest.h>
 
+#include "emulator/signin_flow.h"
 #include "emulator/signin_server.h"
 #include "signin/client_fixture.h"
 #include "tools/tunevo_process.h"
@@ -255,9 +256,51 @@ TEST(TunevoEmulator, ServesUntilInterruptedAndPrintsWhereToFindIt) {
   EXPECT_TRUE(std::filesystem::exists(caOut));
 }
 
+// `emulator all` serves both servers under one CA; a separate `emulator catalog` accepts the
+// tokens of its sign-in server, which it asks over the control endpoint.
+TEST(TunevoEmulator, CatalogsAcceptTheTokensOfTheirSignInServer) {
+  const auto dir = std::filesystem::path(::testing::TempDir()) / "tunevo_emulator_all";
+  std::filesystem::create_directories(dir);
+  const std::string ca = (dir / "ca.pem").string();
+  RunningTunevo all({"emulator", "all", "--ca-out", ca}, STDOUT_FILENO, dir / "all.txt");
+  const std::string allOut = all.waitFor("Ctrl-C stops the servers.\n");
+  const std::string signInUrl = lineAfter(allOut, "sign-in server: ");
+  EXPECT_EQ(lineAfter(allOut, "API base: "), lineAfter(allOut, "catalog service: ") + "/v1") << allOut;
+  EXPECT_EQ(lineAfter(allOut, "catalog control: "), lineAfter(allOut, "catalog service: ") + "/__control/catalog/");
+  const std::string otherCa = (dir / "catalog-ca.pem").string();
+  RunningTunevo catalog({"emulator", "catalog", "--signin", signInUrl, "--signin-ca", ca, "--ca-out", otherCa},
+                        STDOUT_FILENO, dir / "catalog.txt");
+  const std::string catalogOut = catalog.waitFor("Ctrl-C stops the server.\n");
+
+  const auto clientOf = [](const std::string& url, const std::string& caPath) {
+    auto client = std::make_unique<httplib::Client>(url);
+    client->set_ca_cert_path(caPath.c_str());
+    client->enable_server_certificate_verification(true);
+    client->set_read_timeout(30);
+    return client;
+  };
+  auto signIn = std::make_unique<httplib::SSLClient>("127.0.0.1", std::stoi(signInUrl.substr(signInUrl.rfind(':') + 1)));
+  signIn->set_ca_cert_path(ca.c_str());
+  const std::string token = applogic::emulator::signInForAccessToken(*signIn);
+  ASSERT_FALSE(token.empty());
+  const struct {
+    std::string url, ca;
+  } catalogs[] = {{lineAfter(allOut, "catalog service: "), ca}, {lineAfter(catalogOut, "catalog service: "), otherCa}};
+  for (const auto& [url, caPath] : catalogs) {
+    auto client = clientOf(url, caPath);
+    const auto accepted = client->Get("/v1/genres", {{"Authorization", "Bearer " + token}});
+    ASSERT_TRUE(accepted) << url;
+    EXPECT_EQ(accepted->status, 200) << url;
+    EXPECT_EQ(client->Get("/v1/genres", {{"Authorization", "Bearer x" + token}})->status, 401) << url;
+  }
+  EXPECT_EQ(catalog.interrupt(), 0);
+  EXPECT_EQ(all.interrupt(), 0);
+}
+
 TEST(TunevoEmulator, UsageAndStartErrors) {
   for (const char* usage : {"", " catalog", " signin --port 65536", " signin --port", " signin --account nocolon",
-                            " signin --verbose"}) {
+                            " signin --verbose", " catalog --signin https://127.0.0.1:1", " all --latency soon",
+                            " all --signin https://127.0.0.1:1"}) {
     EXPECT_EQ(runTunevo(std::string("emulator") + usage).status, 64) << usage;
   }
   EXPECT_EQ(runTunevo("emulator signin --help").out.rfind("usage: tunevo emulator signin", 0), 0u);

@@ -386,6 +386,14 @@ Answer SignInAuthority::issueTokens(std::uint64_t grant, std::vector<std::string
 
 void SignInAuthority::revoke(std::uint64_t grant) { grants_[grant].revoked = true; }
 
+std::optional<AccessTokenInfo> SignInAuthority::checkAccessToken(std::string_view token, TimePoint now) const {
+  const auto found = accessTokens_.find(token);
+  if (found == accessTokens_.end() || found->second.expiresAt <= now) return std::nullopt;
+  const auto grant = grants_.find(found->second.grant);
+  if (grant == grants_.end() || grant->second.revoked) return std::nullopt;
+  return AccessTokenInfo{options_.userId, found->second.scopes, found->second.expiresAt};
+}
+
 Answer SignInAuthority::profile(std::optional<std::string_view> authorization, TimePoint now) {
   std::string_view token;
   if (authorization && authorization->size() > 7 && equalsIgnoringAsciiCase(authorization->substr(0, 7), "Bearer ")) {

@@ -56,6 +56,9 @@ class SignInAuthority {
   /// GET its client id and redirect address; for a POST its pending sign-in, which is consumed.
   std::optional<RedirectTarget> takeRedirectTarget(bool isPost, const Pairs& params, TimePoint now);
 
+  /// The token's user, scopes and expiry; absent when unknown, revoked or expired at `now`.
+  std::optional<AccessTokenInfo> checkAccessToken(std::string_view token, TimePoint now) const;
+
   void setAccessTokenLifetime(std::chrono::seconds lifetime) { accessTokenLifetime_ = lifetime; }
   /// Forgets every sign-in, code, grant and token.
   void reset();

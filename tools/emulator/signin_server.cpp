@@ -21,6 +21,7 @@
 #include <boost/json/serialize.hpp>
 
 #include "errors.h"
+#include "https_host.h"
 #include "signin_authority.h"
 #include "tls_identity.h"
 #include "web_text.h"
@@ -34,8 +35,6 @@ using detail::find;
 constexpr std::string_view kControlPrefix = "/__control/";
 // Enough workers for a browser's parallel connections beside a client's pooled one.
 constexpr std::size_t kWorkerThreads = 12;
-// Bounds how long stopping waits for an idle kept-alive connection.
-constexpr time_t kKeepAliveSeconds = 2;
 
 class SystemClock final : public platform::Clock {
  public:
@@ -118,53 +117,13 @@ Endpoint endpointOf(Fault fault) {
 
 class SignInServer::Impl {
  public:
-  Impl(SignInServerOptions options, detail::TlsIdentity identity, std::filesystem::path caPath,
-       std::filesystem::path tempDir)
+  Impl(SignInServerOptions options, std::shared_ptr<const detail::TlsIdentity> identity, detail::CaFile caFile)
       : clock_(options.clock ? options.clock : std::make_shared<SystemClock>()),
-        caPem_(std::move(identity.caPem)),
-        caPath_(std::move(caPath)),
-        tempDir_(std::move(tempDir)),
+        identity_(std::move(identity)),
+        caFile_(std::move(caFile)),
         authority_(options),
-        server_(identity.serverCertificate.get(), identity.serverKey.get()) {
-    // The SSL context took its own references to the certificate and key.
-    server_.new_task_queue = [] { return new httplib::ThreadPool(kWorkerThreads); };
-    server_.set_keep_alive_timeout(kKeepAliveSeconds);
-    // cpp-httplib's default adds SO_REUSEPORT, which would let a second server share the port.
-    server_.set_socket_options([](int socket) {
-      const int yes = 1;
-      setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
-    });
-    const auto handler = [this](const httplib::Request& request, httplib::Response& response) {
-      handle(request, response);
-    };
-    server_.Get(".*", handler);
-    server_.Post(".*", handler);
-    server_.Put(".*", handler);
-    server_.Patch(".*", handler);
-    server_.Delete(".*", handler);
-    server_.Options(".*", handler);
-    // A POST without a body carries neither Content-Length nor Transfer-Encoding (what
-    // `curl -X POST` sends), and cpp-httplib would wait for a body up to the end of the
-    // connection before refusing it. Control requests need no body, so they are answered
-    // before routing reads one.
-    server_.set_pre_routing_handler([this](const httplib::Request& request, httplib::Response& response) {
-      if (request.path.rfind(kControlPrefix, 0) != 0 || request.has_header("Content-Length") ||
-          request.has_header("Transfer-Encoding")) {
-        return httplib::Server::HandlerResponse::Unhandled;
-      }
-      handle(request, response);
-      return httplib::Server::HandlerResponse::Handled;
-    });
-    // Errors cpp-httplib answers itself (a malformed request, a body too large) say so in text.
-    server_.set_error_handler(
-        httplib::Server::HandlerWithResponse([](const httplib::Request&, httplib::Response& response) {
-          if (!response.body.empty()) return httplib::Server::HandlerResponse::Unhandled;
-          response.set_content(
-              "HTTP " + std::to_string(response.status) + ": the server could not read this request\n",
-              "text/plain; charset=utf-8");
-          return httplib::Server::HandlerResponse::Handled;
-        }));
-  }
+        host_(*identity_, kWorkerThreads,
+              [this](const httplib::Request& request, httplib::Response& response) { handle(request, response); }) {}
 
   ~Impl() {
     {
@@ -172,41 +131,22 @@ class SignInServer::Impl {
       stopping_ = true;
     }
     stopped_.notify_all();
-    server_.stop();
-    if (thread_.joinable()) thread_.join();
-    if (!tempDir_.empty()) {
-      std::error_code ignored;
-      std::filesystem::remove_all(tempDir_, ignored);
-    }
+    host_.stop();
+    detail::removeCaFile(caFile_);
   }
 
-  bool tlsReady() const { return server_.is_valid(); }
+  bool tlsReady() const { return host_.ready(); }
+  std::optional<Error> listen(std::uint16_t port) { return host_.listen(port); }
 
-  std::optional<Error> listen(std::uint16_t port) {
-    if (port == 0) {
-      const int bound = server_.bind_to_any_port("127.0.0.1");
-      if (bound <= 0) return detail::serverError(kSignInServerPortError, "cannot bind any port on 127.0.0.1");
-      port_ = static_cast<std::uint16_t>(bound);
-    } else {
-      if (!server_.bind_to_port("127.0.0.1", port)) {
-        return detail::serverError(kSignInServerPortError, "cannot bind 127.0.0.1:" + std::to_string(port));
-      }
-      port_ = port;
-    }
-    thread_ = std::thread([this] {
-      server_.listen_after_bind();
-      listenEnded_ = true;
-    });
-    // stop() only acts on a running server: wait until the accept loop is up, so that a server
-    // destroyed at once still stops.
-    while (!server_.is_running() && !listenEnded_) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    if (listenEnded_) return detail::serverError(kSignInServerPortError, "the server stopped listening at once");
-    return std::nullopt;
+  std::uint16_t port() const { return host_.port(); }
+  const std::filesystem::path& caPath() const { return caFile_.path; }
+  const std::string& caPem() const { return identity_->caPem; }
+  SharedTls sharedTls() const { return SharedTls{identity_, caFile_.path}; }
+  std::optional<AccessTokenInfo> checkAccessToken(std::string_view token) const {
+    const auto now = clock_->now();
+    std::lock_guard lock(mutex_);
+    return authority_.checkAccessToken(token, now);
   }
-
-  std::uint16_t port() const { return port_; }
-  const std::filesystem::path& caPath() const { return caPath_; }
-  const std::string& caPem() const { return caPem_; }
 
   void injectServerError(Endpoint endpoint, int times) {
     if (times <= 0) return;
@@ -382,6 +322,21 @@ class SignInServer::Impl {
       answer.body = boost::json::serialize(list);
       return answer;
     }
+    if (action == "token") {
+      if (request.method != "GET") return bad("GET a token's state.");
+      const auto token = find(params, "access_token");
+      if (!token) return bad("Give access_token=TOKEN.");
+      boost::json::object body{{"active", false}};
+      if (const std::optional<AccessTokenInfo> info = checkAccessToken(*token)) {
+        std::string scope;
+        for (const std::string& name : info->scopes) scope += (scope.empty() ? "" : " ") + name;
+        body = {{"active", true}, {"user_id", info->userId}, {"scope", scope}, {"expires_at", detail::isoUtc(info->expiresAt)}};
+      }
+      Answer answer;
+      answer.contentType = "application/json";
+      answer.body = boost::json::serialize(body);
+      return answer;
+    }
     if (request.method != "POST") return bad("POST to change the server.");
     if (action == "reset") {
       reset();
@@ -410,15 +365,15 @@ class SignInServer::Impl {
       if (!seconds) return bad("Give seconds=N.");
       setAccessTokenLifetime(std::chrono::seconds(*seconds));
     } else {
-      return refused(404, "Unknown control: reset, server-error, delay, fault, access-token-lifetime or requests.");
+      return refused(404,
+                     "Unknown control: reset, server-error, delay, fault, access-token-lifetime, requests or token.");
     }
     return emptyAnswer(204);
   }
 
   const std::shared_ptr<const platform::Clock> clock_;
-  const std::string caPem_;
-  const std::filesystem::path caPath_;
-  const std::filesystem::path tempDir_;
+  const std::shared_ptr<const detail::TlsIdentity> identity_;
+  const detail::CaFile caFile_;
 
   mutable std::mutex mutex_;
   std::condition_variable stopped_;
@@ -428,54 +383,23 @@ class SignInServer::Impl {
   std::map<Endpoint, std::deque<std::chrono::milliseconds>> delays_;
   std::vector<RecordedRequest> requests_;
 
-  httplib::SSLServer server_;
-  std::uint16_t port_ = 0;
-  std::atomic<bool> listenEnded_ = false;
-  std::thread thread_;
+  // Last: destroyed (stopped) first, while what the handler uses is alive.
+  detail::HttpsHost host_;
 };
 
-namespace {
-
-Result<std::filesystem::path> makeTempDir() {
-  std::error_code error;
-  std::filesystem::path base = std::filesystem::temp_directory_path(error);
-  if (error) base = "/tmp";
-  std::string pattern = (base / "tunevo-signin-XXXXXX").string();
-  if (mkdtemp(pattern.data()) == nullptr) {
-    return Result<std::filesystem::path>::failure(detail::serverError(
-        kSignInServerCaFileError, "cannot make a directory in " + base.string() + ": " + std::strerror(errno)));
-  }
-  return Result<std::filesystem::path>::success(pattern);
-}
-
-}  // namespace
 
 Result<std::unique_ptr<SignInServer>> SignInServer::start(SignInServerOptions options) {
   using Started = Result<std::unique_ptr<SignInServer>>;
   Result<detail::TlsIdentity> identity = detail::makeLoopbackTlsIdentity();
   if (!identity) return Started::failure(identity.error());
 
-  std::filesystem::path tempDir;
-  std::filesystem::path caPath = options.caOut;
-  if (caPath.empty()) {
-    Result<std::filesystem::path> dir = makeTempDir();
-    if (!dir) return Started::failure(dir.error());
-    tempDir = dir.value();
-    caPath = tempDir / "ca.pem";
-  }
-  {
-    std::ofstream file(caPath, std::ios::binary | std::ios::trunc);
-    file << identity.value().caPem;
-    file.close();
-    if (!file) {
-      if (!tempDir.empty()) std::filesystem::remove_all(tempDir);
-      return Started::failure(
-          detail::serverError(kSignInServerCaFileError, "cannot write the CA certificate to " + caPath.string()));
-    }
-  }
+  Result<detail::CaFile> caFile = detail::writeCaFile(identity.value().caPem, options.caOut, "tunevo-signin");
+  if (!caFile) return Started::failure(caFile.error());
 
   const std::uint16_t port = options.port;
-  auto impl = std::make_unique<Impl>(std::move(options), std::move(identity).value(), caPath, tempDir);
+  auto impl = std::make_unique<Impl>(std::move(options),
+                                     std::make_shared<const detail::TlsIdentity>(std::move(identity).value()),
+                                     std::move(caFile).value());
   if (!impl->tlsReady()) {
     return Started::failure(detail::serverError(kSignInServerCertificateError, "the TLS context cannot be made"));
   }
@@ -490,6 +414,10 @@ std::uint16_t SignInServer::port() const { return impl_->port(); }
 std::string SignInServer::baseUrl() const { return "https://127.0.0.1:" + std::to_string(impl_->port()); }
 const std::filesystem::path& SignInServer::caPath() const { return impl_->caPath(); }
 const std::string& SignInServer::caPem() const { return impl_->caPem(); }
+SharedTls SignInServer::sharedTls() const { return impl_->sharedTls(); }
+std::optional<AccessTokenInfo> SignInServer::checkAccessToken(std::string_view token) const {
+  return impl_->checkAccessToken(token);
+}
 void SignInServer::injectServerError(Endpoint endpoint, int times) { impl_->injectServerError(endpoint, times); }
 void SignInServer::injectDelay(Endpoint endpoint, std::chrono::milliseconds delay) {
   impl_->injectDelay(endpoint, delay);

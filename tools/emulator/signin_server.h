@@ -4,7 +4,9 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -19,6 +21,24 @@ inline constexpr std::int64_t kSignInServerCertificateError = 1;  ///< the certi
 inline constexpr std::int64_t kSignInServerCaFileError = 2;       ///< the CA file cannot be written
 inline constexpr std::int64_t kSignInServerPortError = 3;         ///< the port cannot be bound
 inline constexpr const char* kSignInServerErrorMessageKey = "message";
+
+namespace detail {
+struct TlsIdentity;
+}
+
+/// A server's TLS identity (its CA and certificate) and the file its CA was written to. Servers of
+/// one process that share it are trusted through one CA file.
+struct SharedTls {
+  std::shared_ptr<const detail::TlsIdentity> identity;
+  std::filesystem::path caPath;
+};
+
+/// What the sign-in server knows of a valid access token.
+struct AccessTokenInfo {
+  std::string userId;
+  std::vector<std::string> scopes;
+  std::chrono::system_clock::time_point expiresAt;
+};
 
 /// Ordered name/value pairs, as they arrived (duplicates kept).
 using Pairs = std::vector<std::pair<std::string, std::string>>;
@@ -97,6 +117,9 @@ struct SignInServerOptions {
 ///   "name"}` (only "user_id" for the scope "profile:user_id"; "postal_code" with that scope);
 ///   401 invalid_token for an unknown, expired or revoked token, 403 insufficient_scope without a
 ///   profile scope, 400 invalid_request without a token.
+/// - `GET /__control/token?access_token=...`: what `checkAccessToken` knows of a token, as
+///   `{"active": true, "user_id", "scope" (blank-separated), "expires_at" (ISO 8601 UTC)}` or
+///   `{"active": false}`, so that a service in another process can check the tokens it is sent.
 /// - `/__control/...`: the test controls below over HTTP, for a server in another process
 ///   (described in docs/ARCHITECTURE.md). Control requests are not recorded.
 ///
@@ -120,6 +143,12 @@ class SignInServer {
   /// The CA certificate file, and its PEM text.
   const std::filesystem::path& caPath() const;
   const std::string& caPem() const;
+  /// The TLS identity and CA file, for another server of this process (see CatalogServerOptions).
+  SharedTls sharedTls() const;
+
+  /// The user, scopes and expiry of an access token this server issued; absent when it is
+  /// unknown, expired (by the options' clock) or revoked.
+  std::optional<AccessTokenInfo> checkAccessToken(std::string_view token) const;
 
   // Test controls. Injections queue in order per endpoint; each applies to the next request of
   // its endpoint (any method) that reaches the server, and a delay and an answer queued for the

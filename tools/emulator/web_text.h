@@ -2,6 +2,7 @@
 
 // Text encodings the server reads and writes: URL query and form coding, HTML escaping, Base64.
 
+#include <chrono>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -31,6 +32,9 @@ std::optional<std::string> base64Decode(std::string_view text);
 std::string s256(std::string_view verifier);
 /// `bytes` random bytes as base64url.
 std::string randomToken(std::size_t bytes = 32);
+
+/// `at` as ISO 8601 UTC to the second: "2026-11-24T08:15:00Z".
+std::string isoUtc(std::chrono::system_clock::time_point at);
 
 bool equalsIgnoringAsciiCase(std::string_view a, std::string_view b);
 
