@@ -1,5 +1,7 @@
 #include "emulator/catalog_data.h"
 
+#include "emulator/web_text.h"
+
 #include <algorithm>
 #include <array>
 
@@ -85,7 +87,7 @@ std::vector<std::size_t> distinct(Random& random, std::size_t count, std::size_t
 template <class Items>
 std::optional<std::size_t> findId(const Items& items, std::string_view id) {
   for (std::size_t i = 0; i < items.size(); ++i) {
-    if (items[i].id == id) return i;
+    if (detail::equalsIgnoringAsciiCase(items[i].id, id)) return i;
   }
   return std::nullopt;
 }
@@ -164,7 +166,9 @@ CatalogData::CatalogData(std::uint64_t seed, CatalogTime historyEnd) {
 }
 
 std::optional<std::size_t> CatalogData::track(std::string_view id) const {
-  const auto found = trackIds_.find(std::string(id));
+  std::string key(id);
+  for (char& c : key) c = static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
+  const auto found = trackIds_.find(key);
   if (found == trackIds_.end()) return std::nullopt;
   return found->second;
 }

@@ -99,6 +99,7 @@ class CatalogData {
   /// Most recent first.
   const std::vector<CatalogPlay>& history() const { return history_; }
 
+  /// Ids match ignoring ASCII case: the app sends them in its normalised form ("Tra.1001").
   std::optional<std::size_t> track(std::string_view id) const;
   std::optional<std::size_t> genre(std::string_view id) const;
   std::optional<std::size_t> playlist(std::string_view id) const;

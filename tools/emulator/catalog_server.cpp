@@ -248,6 +248,9 @@ class CatalogServer::Impl {
     bool drop = false;
     bool fail = false;
     bool expire = false;
+    // The last event when the request arrived: a stream without Last-Event-ID starts after it,
+    // so an event pushed once the request is recorded reaches it.
+    std::uint64_t lastEvent = 0;
   };
 
   void adjust(int& counter, int n) {
@@ -285,6 +288,7 @@ class CatalogServer::Impl {
     {
       std::lock_guard lock(mutex_);
       record(request, query);
+      taken.lastEvent = nextEventId_ - 1;
       taken.latency = latency_;
       const auto takeOne = [](int& counter) { return counter > 0 && counter-- > 0; };
       taken.drop = takeOne(drops_);
@@ -318,7 +322,7 @@ class CatalogServer::Impl {
     std::vector<std::string> segments = split(path.substr(4), '/');
     for (std::string& segment : segments) segment = pathDecode(segment);
     if (request.method == "GET" && segments == std::vector<std::string>{"me", "events"}) {
-      return events(request, query, response, socket);
+      return events(request, query, response, socket, taken.lastEvent);
     }
     std::lock_guard lock(mutex_);
     Answer answer = api(request, segments, query);
@@ -625,18 +629,14 @@ class CatalogServer::Impl {
     return apiError(404, "Nothing is served at " + request.method + " " + request.path + ".");
   }
 
-  Answer events(const httplib::Request& request, const Pairs& query, httplib::Response& response, int socket) {
+  Answer events(const httplib::Request& request, const Pairs& query, httplib::Response& response, int socket,
+                std::uint64_t lastEventAtArrival) {
     std::vector<std::string> topics = split(find(query, "topics").value_or(""), ',');
     for (const std::string& topic : topics) {
       if (!isTopic(topic)) return apiError(400, "topics are charts.updated, charts.refreshed, history.updated or history.refreshed.");
     }
-    std::uint64_t after = 0;
-    if (const auto last = decimal(request.get_header_value("Last-Event-ID"))) {
-      after = static_cast<std::uint64_t>(*last);
-    } else {
-      std::lock_guard lock(mutex_);
-      after = nextEventId_ - 1;
-    }
+    std::uint64_t after = lastEventAtArrival;
+    if (const auto last = decimal(request.get_header_value("Last-Event-ID"))) after = static_cast<std::uint64_t>(*last);
     response.status = 200;
     response.set_header("Cache-Control", "no-cache");
     auto sent = std::make_shared<std::uint64_t>(after);

@@ -1,0 +1,236 @@
+// The clients against the local catalog service, over the Linux HTTP client and loopback TLS:
+// every operation through its data controller (so the answers have the shapes the serializers
+// read), paging to the end, the refresh after a refused token, cancellation as the server sees
+// it, and an update stream across a dropped connection.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
+#include <string>
+
+#include "applogic/controllers/genre_data_controller.h"
+#include "applogic/controllers/giphy_data_controller.h"
+#include "applogic/controllers/personalized_data_controller.h"
+#include "applogic/controllers/playlists_data_controller.h"
+#include "applogic/controllers/search_data_controller.h"
+#include "applogic/controllers/tracks_data_controller.h"
+#include "applogic/controllers/users_tracks_data_controller.h"
+#include "applogic/platform/curl_http_client.h"
+#include "applogic/testing/fixed_locale.h"
+#include "applogic/testing/scripted_services.h"
+#include "emulator/catalog_server.h"
+#include "services/service_fixture.h"
+
+namespace applogic::services {
+namespace {
+
+constexpr const char* kGood = "good-token";
+constexpr const char* kListener = "listener-1";
+
+class Catalog : public ::testing::Test {
+ public:
+  Catalog() {
+    emulator::CatalogServerOptions options;
+    options.accountUserId = kListener;
+    options.keepAliveInterval = std::chrono::milliseconds(200);
+    options.verifyToken = [](std::string_view token) -> std::optional<std::string> {
+      if (token != kGood) return std::nullopt;
+      return std::string(kListener);
+    };
+    auto started = emulator::CatalogServer::start(std::move(options));
+    EXPECT_TRUE(started.ok());
+    server = std::move(started).value();
+    http = platform::makeCurlHttpClient(mainThread, platform::CurlHttpOptions{server->caPath()});
+    auto made = makeHttpServices(ServiceConfiguration{server->apiBaseUrl(), http, mainThread, tokens, std::chrono::seconds(30),
+                                                      ReconnectPolicy{std::chrono::milliseconds(10), std::chrono::milliseconds(40)}});
+    EXPECT_TRUE(made.ok());
+    clients = made.value();
+  }
+
+  // Runs the main thread until `source` ends; what it received.
+  template <class T>
+  std::shared_ptr<Recorded<T>> run(const rx::Observable<T>& source) {
+    auto recorded = record(source);
+    EXPECT_TRUE(pumpUntil([&] { return recorded->ended(); }));
+    EXPECT_FALSE(recorded->error) << *recorded->error;
+    return recorded;
+  }
+
+  template <class Condition>
+  bool pumpUntil(Condition done) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (!done()) {
+      if (mainThread->runPending() == 0) {
+        if (std::chrono::steady_clock::now() > deadline) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      }
+    }
+    return true;
+  }
+
+  std::size_t requestsTo(std::string_view path) const {
+    std::size_t count = 0;
+    for (const auto& request : server->requests()) count += request.path == path;
+    return count;
+  }
+
+  std::unique_ptr<emulator::CatalogServer> server;
+  std::shared_ptr<testing::ManualMainThread> mainThread = std::make_shared<testing::ManualMainThread>();
+  // The first token is one the service does not know: every client starts with a refresh.
+  std::shared_ptr<CountingTokenSource> tokens =
+      std::make_shared<CountingTokenSource>(std::vector<std::string>{"stale-token", kGood});
+  std::shared_ptr<platform::HttpClient> http;
+  HttpServices clients;
+};
+
+TEST_F(Catalog, EveryReadingOperationAnswersWhatItsControllerParses) {
+  const auto tracks = std::make_shared<TracksDataController>(clients.tracks);
+  const UsersTracksDataController users(std::make_shared<testing::ScriptedCurrentUserProvider>(kListener), tracks,
+                                        clients.charts, clients.favorites, clients.history);
+  const auto top = run(tracks->getTopTracks(5));
+  ASSERT_EQ(top->values.at(0).size(), 5u);
+  const Track& first = top->values[0][0];
+  EXPECT_FALSE(first.previewURL.empty());
+
+  EXPECT_EQ(run(tracks->getTrack(first.id))->values.at(0), first);
+  const std::string word = first.name.substr(0, first.name.find(' '));
+  EXPECT_FALSE(run(SearchDataController(clients.search).searchTracks(word, 10))->values.at(0).empty());
+  EXPECT_FALSE(run(users.getUserTopChartTracks("", 5, QAPIChartsService::Range::allTime))->values.at(0).empty());
+  EXPECT_FALSE(run(users.getUserRecentTracks("", 5))->values.at(0).empty());
+  EXPECT_TRUE(run(users.getFavoriteTrack(""))->values.at(0).has_value());
+  const GenreDataController genres(clients.genres);
+  const auto genreList = run(genres.getTopGenresObservable("en"))->values.at(0);
+  ASSERT_FALSE(genreList.empty());
+  EXPECT_FALSE(run(genres.getGenreTopTracksObservable(genreList[0].id, 3))->values.at(0).empty());
+
+  const PlaylistsDataController playlists(clients.playlists);
+  const Playlist playlist = run(playlists.get("mp.1001"))->values.at(0);
+  EXPECT_EQ(playlist.ownerId, kListener);
+  EXPECT_FALSE(run(playlists.getImages("mp.1001", Size{300, 300}))->values.at(0).empty());
+  EXPECT_FALSE(run(playlists.getRecommendedTracks("mp.1001"))->values.at(0).empty());
+  const auto& forced = tokens->forced();
+  EXPECT_EQ(std::count(forced.begin(), forced.end(), true), 1) << "one refresh, for the stale first token";
+}
+
+TEST_F(Catalog, PlaylistWritesChangeWhatIsReadBack) {
+  const PlaylistsDataController playlists(clients.playlists);
+  const auto before = run(playlists.getPlaylistTracks("mp.1001", 500, 0))->values.at(0);
+  const int total = static_cast<int>(before.metadata.totalCount);
+  ASSERT_EQ(before.payload.size(), static_cast<std::size_t>(total));
+
+  run(playlists.addTracks("mp.1001", {before.payload[0].id}));
+  const auto added = run(playlists.getPlaylistTracks("mp.1001", 500, 0))->values.at(0);
+  EXPECT_EQ(added.metadata.totalCount, total + 1);
+  EXPECT_EQ(added.payload.back().id, before.payload[0].id);
+
+  run(playlists.setTracks("mp.1001", {before.payload[1].id}));
+  const auto replaced = run(playlists.getPlaylistTracks("mp.1001", 500, 0))->values.at(0);
+  ASSERT_EQ(replaced.payload.size(), 1u);
+  EXPECT_EQ(replaced.payload[0].id, before.payload[1].id);
+
+  // An unknown track changes nothing and fails with the service's status and message.
+  const auto refused = record(playlists.addTracks("mp.1001", {"tra.0"}));
+  ASSERT_TRUE(pumpUntil([&] { return refused->ended(); }));
+  ASSERT_TRUE(refused->error);
+  EXPECT_EQ(refused->error->code, 400);
+  EXPECT_FALSE(serviceErrorMessage(*refused->error).empty());
+  EXPECT_EQ(run(playlists.getPlaylistTracks("mp.1001", 500, 0))->values.at(0).payload.size(), 1u);
+
+  run(playlists.updatePlaylistGif("mp.1001", "gph0002"));
+  EXPECT_EQ(run(playlists.get("mp.1001"))->values.at(0).getGiphyImageID(), "gph0002");
+  run(playlists.deletePlaylistGif("mp.1001"));
+  EXPECT_EQ(run(playlists.get("mp.1001"))->values.at(0).getGiphyImageID(), std::nullopt);
+  run(playlists.uploadPlaylistImage("mp.1001", {0x89, 'P', 'N', 'G'}));
+  EXPECT_TRUE(run(playlists.get("mp.1001"))->values.at(0).getCustomImage().has_value());
+}
+
+TEST_F(Catalog, PagesRunToTheEndAtEveryPageSize) {
+  const PersonalizedDataController personalized(clients.personalized);
+  std::size_t total = 0;
+  for (const int pageSize : {1, 7, 45, 500}) {
+    rx::PublishSubject<Unit> trigger;
+    auto pages = record(personalized.getNewReleaseRecommendedTracks(0, pageSize, trigger.asObservable()));
+    // One emission per page: the stream must complete by itself after the last one.
+    while (!pages->ended()) {
+      const std::size_t seen = pages->values.size();
+      trigger.onNext(unit);
+      ASSERT_TRUE(pumpUntil([&] { return pages->values.size() > seen || pages->ended(); }));
+    }
+    EXPECT_TRUE(pages->completed) << pageSize;
+    std::size_t items = 0;
+    for (const auto& page : pages->values) items += page.size();
+    if (total == 0) total = items;
+    EXPECT_EQ(items, total) << pageSize;
+    EXPECT_EQ(pages->values.size(), (total + pageSize - 1) / pageSize) << pageSize;
+  }
+  EXPECT_GT(total, 1u);
+}
+
+TEST_F(Catalog, AnExpiredTokenIsRefreshedOnceAndServerFailuresArriveAsErrors) {
+  const TracksDataController tracks(clients.tracks);
+  run(tracks.getTopTracks(1));  // settles on the good token
+  const auto refreshes = tokens->forced().size();
+  server->expireNext(1);
+  EXPECT_EQ(run(tracks.getTopTracks(1))->values.size(), 1u);
+  EXPECT_EQ(tokens->forced().size(), refreshes + 2);
+  EXPECT_TRUE(tokens->forced().back());
+
+  server->failNext(1);
+  const auto failed = record(tracks.getTopTracks(1));
+  ASSERT_TRUE(pumpUntil([&] { return failed->ended(); }));
+  ASSERT_TRUE(failed->error);
+  EXPECT_EQ(failed->error->domain, kServiceErrorDomain);
+  EXPECT_EQ(failed->error->code, 500);
+
+  server->dropNext(1);
+  const auto dropped = record(tracks.getTopTracks(1));
+  ASSERT_TRUE(pumpUntil([&] { return dropped->ended(); }));
+  ASSERT_TRUE(dropped->error);
+  EXPECT_EQ(dropped->error->domain, platform::kHttpErrorDomain);
+}
+
+TEST_F(Catalog, DisposingARequestClosesItOnTheServer) {
+  const TracksDataController tracks(clients.tracks);
+  run(tracks.getTopTracks(1));
+  server->setLatency(std::chrono::seconds(30));
+  const std::size_t asked = requestsTo("/v1/tracks/top");
+  auto pending = record(tracks.getTopTracks(1));
+  ASSERT_TRUE(pumpUntil([&] { return requestsTo("/v1/tracks/top") > asked; }));
+  pending->subscription.dispose();
+  ASSERT_TRUE(pumpUntil([&] { return server->abandonedRequests() == 1; }));
+  mainThread->runPending();
+  EXPECT_FALSE(pending->ended());
+}
+
+TEST_F(Catalog, UpdatesArriveAcrossADroppedConnection) {
+  server->dropNext(1);  // the stream's first connection
+  auto updates = record(clients.history->recentTracksUpdated());
+  // Connected once the reconnection's request has reached the server.
+  ASSERT_TRUE(pumpUntil([&] { return requestsTo("/v1/me/events") >= 2; }));
+  ASSERT_TRUE(server->pushForeignEvent("history.updated", "friend-7"));
+  ASSERT_TRUE(pumpUntil([&] { return !updates->values.empty(); }));
+  EXPECT_EQ(updates->values[0].user, UserHint::user("friend-7"));
+  EXPECT_TRUE(updates->values[0].result.ok());
+  EXPECT_FALSE(updates->ended());
+  updates->subscription.dispose();
+  mainThread->runPending();
+}
+
+TEST_F(Catalog, GiphyPicturesComeWithAnApiKey) {
+  auto giphy = HttpGiphyService::make(GiphyConfiguration{server->giphyBaseUrl(), "tunevo-giphy-key", http, mainThread});
+  ASSERT_TRUE(giphy.ok());
+  const GiphyDataController controller(giphy.value(), std::make_shared<testing::FixedLocale>("en"), "127.0.0.1");
+  const auto trending = run(controller.getTrending())->values.at(0);
+  ASSERT_FALSE(trending.empty());
+  EXPECT_EQ(run(controller.get(trending[0].id))->values.at(0).id, trending[0].id);
+
+  auto wrongKey = HttpGiphyService::make(GiphyConfiguration{server->giphyBaseUrl(), "wrong", http, mainThread});
+  const auto refused = record(GiphyDataController(wrongKey.value()).getTrending());
+  ASSERT_TRUE(pumpUntil([&] { return refused->ended(); }));
+  ASSERT_TRUE(refused->error);
+  EXPECT_EQ(refused->error->code, 401);
+}
+
+}  // namespace
+}  // namespace applogic::services
