@@ -1,12 +1,9 @@
 #include "tunevo/demo_audio.h"
 
-#include <stdlib.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
 #include <cstdio>
-#include <filesystem>
 #include <memory>
 #include <optional>
 #include <ostream>
@@ -18,7 +15,6 @@
 #include "applogic/platform/gstreamer_media_player.h"
 #include "applogic/platform/linux_platform.h"
 #include "applogic/support/url.h"
-#include "applogic/testing/wav_clip.h"
 #include "tunevo/kept_player_factory.h"
 
 namespace tunevo {
@@ -26,9 +22,7 @@ namespace {
 
 using namespace applogic;
 
-constexpr double kClipSeconds = 1.5;
 constexpr auto kPatience = std::chrono::seconds(10);
-constexpr const char* kNullSink = "fakesink sync=true";
 
 std::string seconds(double value) {
   char text[32];
@@ -38,53 +32,19 @@ std::string seconds(double value) {
 
 std::string seconds(std::chrono::nanoseconds time) { return seconds(std::chrono::duration<double>(time).count()); }
 
-// A temporary file that is removed with this object.
-class TemporaryClip {
- public:
-  TemporaryClip() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "tunevo-demo-XXXXXX.wav").string();
-    const int fd = ::mkstemps(pattern.data(), 4);
-    if (fd < 0) return;
-    ::close(fd);
-    path_ = pattern;
-    if (!testing::writeToneWavClip(*path_, kClipSeconds)) remove();
-  }
-  ~TemporaryClip() { remove(); }
-  TemporaryClip(const TemporaryClip&) = delete;
-  TemporaryClip& operator=(const TemporaryClip&) = delete;
-
-  // Absent when the file could not be made. Temporary paths hold no byte that needs escaping.
-  std::optional<Url> url() const { return path_ ? Url::parse("file://" + path_->string()) : std::nullopt; }
-
- private:
-  void remove() {
-    std::error_code ignored;
-    if (path_) std::filesystem::remove(*path_, ignored);
-    path_.reset();
-  }
-  std::optional<std::filesystem::path> path_;
-};
-
 }  // namespace
 
-bool showAudio(std::ostream& out, std::ostream& err) {
+bool showAudio(std::ostream& out, std::ostream& err, platform::LinuxPlatform& host, const Track& track,
+               bool device) {
   out << "\n== AudioPreviewController ==\n";
-  const bool device = platform::audioOutputDevicePresent();
-  platform::LinuxPlatformOptions options;
-  if (!device) options.audioSink = kNullSink;
-  platform::LinuxPlatform host = platform::makeLinuxPlatformWithRunLoop(options);
   platform::Platform& system = host.platform;
   if (!system.mediaPlayers) {
     out << "  skipped: no media player (GStreamer with its playbin element is not installed)\n";
     return true;
   }
-  const TemporaryClip clip;
-  const auto url = clip.url();
-  if (!url) {
-    err << "tunevo demo: cannot write a clip into " << std::filesystem::temp_directory_path().string() << "\n";
-    return false;
-  }
-  auto players = std::make_shared<KeptPlayerFactory>(system.mediaPlayers);
+  // The controller's players are kept to read their time; the platform's factory is put back.
+  const auto factory = system.mediaPlayers;
+  auto players = std::make_shared<KeptPlayerFactory>(factory);
   system.mediaPlayers = players;
 
   auto session = std::make_shared<VXAudioSession>(system.audioSessionBackend, system.notificationCenter);
@@ -94,14 +54,10 @@ bool showAudio(std::ostream& out, std::ostream& err) {
   std::optional<Track> current;
   // `controller` outlives both subscriptions: they end with its variables.
   controller.isPlaying().subscribe([&](bool value) { playing = value; });
-  controller.currentTrack().subscribe([&](const std::optional<Track>& track) { current = track; });
+  controller.currentTrack().subscribe([&](const std::optional<Track>& value) { current = value; });
 
-  Track track;
-  track.id = "tra.demo";
-  track.name = "Demo tone";
-  track.previewURL = url->string();
-  out << "\nchangeTrack(\"tra.demo\", a generated " << seconds(kClipSeconds) << " tone, WAV), then resume()\n"
-      << "  sink " << (device ? "the system's default output" : "the null sink \"fakesink sync=true\" (no sound device)")
+ out << "\nchangeTrack(\"" << track.id << "\"), then resume()\n"
+      << "  the preview " << track.previewURL << "\n  sink " << (device ? "the system's default output" : "the null sink \"fakesink sync=true\" (no sound device)")
       << "\n";
   controller.changeTrack(track);
 
@@ -150,6 +106,7 @@ bool showAudio(std::ostream& out, std::ostream& err) {
   controller.releaseResources();
   system.notificationCenter->removeObserver(ended);
   system.notificationCenter->removeObserver(failed);
+  system.mediaPlayers = factory;
   return ok;
 }
 

@@ -14,6 +14,7 @@
 #include <string>
 #include <variant>
 
+#include "applogic/platform/gstreamer_media_player.h"
 #include "applogic/platform/linux_platform.h"
 #include "applogic/testing/bundle_values.h"
 #include "emulator/scripted_browser.h"
@@ -30,25 +31,6 @@ using namespace applogic;
 constexpr auto kPatience = std::chrono::seconds(10);
 constexpr const char* kBundleId = "app.tunevo.demo";
 constexpr const char* kClientId = "amzn1.application-oa2-client.tunevo-demo";
-
-// A directory under the system's temporary directory, removed with this object.
-class TemporaryDirectory {
- public:
-  TemporaryDirectory() {
-    std::string pattern = (fs::temp_directory_path() / "tunevo-demo-signin-XXXXXX").string();
-    if (::mkdtemp(pattern.data()) != nullptr) path_ = pattern;
-  }
-  ~TemporaryDirectory() {
-    std::error_code ignored;
-    if (path_) fs::remove_all(*path_, ignored);
-  }
-  TemporaryDirectory(const TemporaryDirectory&) = delete;
-  TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
-  const std::optional<fs::path>& path() const { return path_; }
-
- private:
-  std::optional<fs::path> path_;
-};
 
 struct KeyPair {
   std::string privatePem;
@@ -105,67 +87,105 @@ bool failed(std::ostream& err, std::string_view step, const std::variant<T, Sign
 
 }  // namespace
 
-bool showSignIn(std::ostream& out, std::ostream& err) {
-  out << "\n== AmazonLoginService and AIMobileLib ==\n";
-  const TemporaryDirectory temporary;
-  if (!temporary.path()) {
-    err << "tunevo demo: cannot make a temporary directory\n";
-    return false;
+// A directory under the system's temporary directory, removed with the app.
+struct DemoApp::TemporaryDirectory {
+  TemporaryDirectory() {
+    std::string pattern = (fs::temp_directory_path() / "tunevo-demo-XXXXXX").string();
+    if (::mkdtemp(pattern.data()) != nullptr) path = pattern;
   }
+  ~TemporaryDirectory() {
+    std::error_code ignored;
+    if (path) fs::remove_all(*path, ignored);
+  }
+  std::optional<fs::path> path;
+};
+
+std::unique_ptr<DemoApp> DemoApp::start(std::ostream& err) {
+  std::unique_ptr<DemoApp> app(new DemoApp());
+  app->directory_ = std::make_unique<TemporaryDirectory>();
+  if (!app->directory_->path) {
+    err << "tunevo demo: cannot make a temporary directory\n";
+    return nullptr;
+  }
+  const fs::path& directory = *app->directory_->path;
   emulator::SignInServerOptions serverOptions;
   serverOptions.bundleId = kBundleId;
   serverOptions.clientId = kClientId;
-  serverOptions.caOut = *temporary.path() / "ca.pem";
-  const std::string email = serverOptions.email;
+  serverOptions.caOut = directory / "ca.pem";
+  app->email_ = serverOptions.email;
   const std::string password = serverOptions.password;
+  app->userId_ = serverOptions.userId;
+  const std::string& userId = app->userId_;
   auto started = emulator::SignInServer::start(std::move(serverOptions));
   if (!started) {
     err << "tunevo demo: the local sign-in server cannot start\n";
-    return false;
+    return nullptr;
   }
-  const emulator::SignInServer& server = *started.value();
+  app->signInServer_ = std::move(started).value();
+  emulator::SignInServer& signInServer = *app->signInServer_;
+
+  emulator::CatalogServerOptions catalogOptions;
+  catalogOptions.tls = signInServer.sharedTls();
+  catalogOptions.accountUserId = userId;
+  catalogOptions.verifyToken = emulator::localTokenVerifier(signInServer);
+  app->giphyApiKey_ = catalogOptions.giphyApiKey;
+  auto catalog = emulator::CatalogServer::start(std::move(catalogOptions));
+  if (!catalog) {
+    err << "tunevo demo: the local catalog service cannot start\n";
+    return nullptr;
+  }
+  app->catalog_ = std::move(catalog).value();
+
   const auto issuer = makeIssuerKeys();
-  const auto apiKey = issuer ? mintApiKey(*issuer, server.baseUrl()) : std::nullopt;
+  const auto apiKey = issuer ? mintApiKey(*issuer, signInServer.baseUrl()) : std::nullopt;
   if (!apiKey) {
     err << "tunevo demo: cannot issue the demo app's API key\n";
-    return false;
+    return nullptr;
   }
 
+  app->audioDevice_ = platform::audioOutputDevicePresent();
   platform::LinuxPlatformOptions options;
-  options.httpCaFile = server.caPath();
-  options.secureStorePath = *temporary.path() / "secure-store.sqlite3";
+  options.httpCaFile = signInServer.caPath();
+  options.secureStorePath = directory / "secure-store.sqlite3";
+  if (!app->audioDevice_) options.audioSink = "fakesink sync=true";
   platform::LinuxPlatform host = platform::makeLinuxPlatformWithRunLoop(options);
   host.platform.bundleInfo = std::make_shared<testing::BundleValues>(kBundleId, *apiKey);
   emulator::ScriptedBrowserOptions browserOptions;
-  browserOptions.email = email;
+  browserOptions.email = app->email_;
   browserOptions.password = password;
-  browserOptions.caFile = server.caPath();
-  const auto browser = std::make_shared<emulator::ScriptedBrowser>(host.runLoop, browserOptions);
-  host.platform.signInPresenter = browser;
+  browserOptions.caFile = signInServer.caPath();
+  app->browser_ = std::make_shared<emulator::ScriptedBrowser>(host.runLoop, browserOptions);
+  host.platform.signInPresenter = app->browser_;
   signin::ClientConfiguration configuration;
   configuration.apiKeyPublicKey = issuer->publicPem;
   configuration.profileEndpointUrl = configuration.sandboxProfileEndpointUrl =
       configuration.integrationProfileEndpointUrl = configuration.integrationSandboxProfileEndpointUrl =
-          server.baseUrl() + "/user/profile";
-  SignInSession signIn(std::move(host), std::move(configuration));
+          signInServer.baseUrl() + "/user/profile";
+  app->session_ = std::make_unique<SignInSession>(std::move(host), std::move(configuration));
   // The browser hands its redirect in as the desktop would; a failure is reported, and the
   // login's own guard then ends the wait.
-  browser->setRedirectHandler([&signIn](const std::string& url) { signIn.handleOpenURL(url); });
-  browser->setFailureHandler([&err](const std::string& description) {
+  app->browser_->setRedirectHandler([session = app->session_.get()](const std::string& url) { session->handleOpenURL(url); });
+  app->browser_->setFailureHandler([&err](const std::string& description) {
     err << "tunevo demo: the scripted browser: " << description << "\n";
   });
-  // The handlers refer to this frame; they go before it does (results still on their way are
-  // dropped with them).
-  struct DropHandlers {
-    emulator::ScriptedBrowser& browser;
-    ~DropHandlers() {
-      browser.setRedirectHandler(nullptr);
-      browser.setFailureHandler(nullptr);
-    }
-  } dropHandlers{*browser};
+  return app;
+}
 
-  out << "A local sign-in server (" << server.baseUrl() << ") with the test account " << email
-      << ";\nthe app's API key is issued for this run; tokens are kept in a temporary SQLite store.\n";
+DemoApp::~DemoApp() {
+  // The browser's handlers refer to the session and to the error stream; they go first (results
+  // still on their way are dropped with them).
+  if (browser_) {
+    browser_->setRedirectHandler(nullptr);
+    browser_->setFailureHandler(nullptr);
+  }
+  session_.reset();
+  catalog_.reset();
+  signInServer_.reset();
+}
+
+bool showSignIn(std::ostream& out, std::ostream& err, DemoApp& app) {
+  out << "\n== AmazonLoginService and AIMobileLib ==\n";
+  SignInSession& signIn = app.session();
   call(out, "AmazonLoginService.login(sandbox: false), as tunevo login calls it",
        "no refresh token is stored: the sign-in page opens in a scripted browser, which signs in\n"
        "  and hands the redirect back to the app; then the access token and the profile");
@@ -185,7 +205,12 @@ bool showSignIn(std::ostream& out, std::ostream& err) {
   const auto profile = signIn.profile(false, kPatience);
   if (!std::holds_alternative<JsonObject>(profile)) return failed(err, "profile", profile);
   out << "  " << boost::json::serialize(std::get<JsonObject>(profile)) << "\n";
+  return true;
+}
 
+bool showSignOut(std::ostream& out, std::ostream& err, DemoApp& app) {
+  out << "\n== Signing out ==\n";
+  SignInSession& signIn = app.session();
   call(out, "clearAuthorizationState", "deletes the tokens, the profile and the sign-in site's cookies");
   const auto signedOut = signIn.logout(kPatience);
   if (!std::holds_alternative<std::monostate>(signedOut)) return failed(err, "logout", signedOut);
