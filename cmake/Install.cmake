@@ -1,7 +1,8 @@
 # What `cmake --install` puts under the prefix, by component:
 #   Runtime      libapplogic.so.0 and its versioned file                         (libapplogic0)
 #   Development  public headers, libapplogic.so or libapplogic.a, libapplogic-testing.a and the
-#                doubles' headers, the CMake package and the pkg-config files      (libapplogic-dev)
+#                doubles' headers, libapplogic-services.a and the service clients' headers, the
+#                CMake package and the pkg-config files                           (libapplogic-dev)
 #   Tunevo       bin/tunevo and its manual page                                   (tunevo)
 # A shared build and a static build of the same version install side by side: each writes its own
 # targets file (applogic-shared-targets.cmake / applogic-static-targets.cmake), and
@@ -15,13 +16,14 @@ else()
   set(APPLOGIC_LINKAGE static)
 endif()
 
-install(TARGETS applogic applogic_testing EXPORT applogicTargets
+install(TARGETS applogic applogic_testing applogic_services EXPORT applogicTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Runtime NAMELINK_COMPONENT Development
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Development
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
-# Only the public headers: the library's own (include/), the Linux ports' and the doubles'.
+# Only the public headers: the library's own (include/), the Linux ports', the doubles' and the
+# service clients'.
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ ${PROJECT_SOURCE_DIR}/platform/linux/include/
-    ${PROJECT_SOURCE_DIR}/platform/fake/include/
+    ${PROJECT_SOURCE_DIR}/platform/fake/include/ ${PROJECT_SOURCE_DIR}/services/include/
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT Development
   FILES_MATCHING PATTERN "*.h")
 install(EXPORT applogicTargets NAMESPACE applogic:: FILE applogic-${APPLOGIC_LINKAGE}-targets.cmake
@@ -40,7 +42,9 @@ file(RELATIVE_PATH APPLOGIC_PC_TO_PREFIX /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconf
 string(REGEX REPLACE "/$" "" APPLOGIC_PC_TO_PREFIX "${APPLOGIC_PC_TO_PREFIX}")
 configure_file(${PROJECT_SOURCE_DIR}/cmake/applogic.pc.in ${PROJECT_BINARY_DIR}/applogic.pc @ONLY)
 configure_file(${PROJECT_SOURCE_DIR}/cmake/applogic-testing.pc.in ${PROJECT_BINARY_DIR}/applogic-testing.pc @ONLY)
+configure_file(${PROJECT_SOURCE_DIR}/cmake/applogic-services.pc.in ${PROJECT_BINARY_DIR}/applogic-services.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/applogic.pc ${PROJECT_BINARY_DIR}/applogic-testing.pc
+    ${PROJECT_BINARY_DIR}/applogic-services.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT Development)
 
 if(TARGET tunevo)
