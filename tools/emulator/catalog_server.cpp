@@ -577,8 +577,7 @@ class CatalogServer::Impl {
       return jsonAnswer(200, object{{"rejected", *rejected}});
     }
     if (n >= 2 && segments[0] == "playlists") return playlists(request, segments, *page, query);
-    return apiError(method == "GET" || method == "POST" || method == "PUT" || method == "DELETE" ? 404 : 405,
-                    "Nothing is served at " + request.method + " " + request.path + ".");
+    return apiError(404, "Nothing is served at " + request.method + " " + request.path + ".");
   }
 
   // Under the lock.
