@@ -201,7 +201,8 @@ class Demo {
     call("getTrending()", "GET /giphy/v1/gifs/trending?api_key=...&limit=25&rating=g");
     const auto trending = show(giphy.getTrending());
     if (!trending.value || trending.value->empty()) return fail("Giphy has no trending pictures");
-    const std::string picture = trending.value->front().id;
+    // The last one: the playlist's Giphy image is one of the first.
+    const std::string picture = trending.value->back().id;
 
     const PlaylistsDataController playlists(clients_.playlists);
     const std::string playlist = std::string(kPlaylist);
