@@ -4,7 +4,7 @@
 # A block runs when the line before its opening ```sh fence is `<!-- tested -->`. Each runs in
 # bash with `set -euo pipefail`, from a directory of its own laid out like the source tree after
 # a build (build/tools/tunevo/tunevo is TUNEVO, tools/tunevo/samples the source's samples), with
-# HOME, TMPDIR and the XDG directories inside it, and a free loopback port in place of 8443. The
+# HOME, TMPDIR and the XDG directories inside it, and free loopback ports in place of 8443 and 8444. The
 # run is bounded; every process a block leaves behind is killed and every file removed. Without
 # curl or openssl the test skips (77).
 set -euo pipefail
@@ -70,7 +70,7 @@ for block in "${blocks[@]}"; do
   mkdir -m 700 "$root/run"
   ln -s "$tunevo" "$root/build/tools/tunevo/tunevo"
   ln -s "$source_dir/tools/tunevo/samples" "$root/tools/tunevo/samples"
-  sed -i "s/\b8443\b/$(free_port)/g" "$block"
+  sed -i "s/\b8443\b/$(free_port)/g; s/\b8444\b/$(free_port)/g" "$block"
 
   # timeout makes its own process group, so the group id is its pid: whatever the block started
   # in the background is ended with it.
