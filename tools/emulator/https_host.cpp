@@ -57,6 +57,9 @@ HttpsHost::HttpsHost(const TlsIdentity& identity, std::size_t workers, Handler h
   // The SSL context took its own references to the certificate and key.
   server_.new_task_queue = [workers] { return new httplib::ThreadPool(workers); };
   server_.set_keep_alive_timeout(kKeepAliveSeconds);
+  // A client keeps its connection for as many requests as it likes, as services allow;
+  // cpp-httplib's default closes it after 5, which costs every fifth request a TLS handshake.
+  server_.set_keep_alive_max_count(100000);
   // cpp-httplib writes the head and the body of an answer apart: without this every answer on a
   // kept-alive connection would wait for the client's delayed acknowledgement (about 40 ms).
   server_.set_tcp_nodelay(true);

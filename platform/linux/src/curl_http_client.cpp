@@ -300,6 +300,7 @@ class Core {
       while (CURLMsg* message = curl_multi_info_read(multi_, &left)) {
         if (message->msg == CURLMSG_DONE) complete(message->easy_handle, message->data.result);
       }
+      flushDeliveries();
       curl_multi_poll(multi_, nullptr, 0, 1000, nullptr);
     }
     for (auto& [id, transfer] : transfers_) curl_multi_remove_handle(multi_, transfer->easy);
@@ -495,13 +496,25 @@ class Core {
     });
   }
 
+  // Queues a handler call; the calls of one turn of the worker go to the main thread together,
+  // in order, so that an answer that arrived whole (head, body, end) wakes the main thread once.
   template <typename F>
   void post(const std::weak_ptr<Delivery>& target, F&& deliver) {
-    mainThread_->post([alive = alive_, target, deliver = std::forward<F>(deliver)]() mutable {
-      if (!alive->load()) return;
+    deliveries_.push_back([target, deliver = std::forward<F>(deliver)]() mutable {
       // Held for the call, so a handler that destroys its own connection does not destroy the
       // handler that is running.
       if (const auto delivery = target.lock()) deliver(*delivery);
+    });
+  }
+
+  void flushDeliveries() {
+    if (deliveries_.empty()) return;
+    mainThread_->post([alive = alive_, calls = std::exchange(deliveries_, {})]() mutable {
+      // Checked before each call: a handler may destroy the client.
+      for (auto& call : calls) {
+        if (!alive->load()) return;
+        call();
+      }
     });
   }
 
@@ -514,6 +527,9 @@ class Core {
   // Reads and rewrites the shared cookie jar; never transfers anything.
   CURL* cookieHandle_ = nullptr;
   std::atomic<std::uint64_t> nextId_{0};
+
+  // Handler calls not yet handed to the main thread; the worker's alone.
+  std::vector<std::function<void()>> deliveries_;
 
   std::mutex mutex_;
   std::deque<std::function<void()>> commands_;
