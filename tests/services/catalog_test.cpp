@@ -143,6 +143,13 @@ TEST_F(Catalog, PlaylistWritesChangeWhatIsReadBack) {
   EXPECT_EQ(run(playlists.get("mp.1001"))->values.at(0).getGiphyImageID(), std::nullopt);
   run(playlists.uploadPlaylistImage("mp.1001", {0x89, 'P', 'N', 'G'}));
   EXPECT_TRUE(run(playlists.get("mp.1001"))->values.at(0).getCustomImage().has_value());
+
+  // A rejected recommendation is not recommended again.
+  const auto recommended = run(playlists.getRecommendedTracks("mp.1001"))->values.at(0);
+  ASSERT_FALSE(recommended.empty());
+  run(playlists.rejectRecommendedTracks({recommended[0].id}));
+  const auto after = run(playlists.getRecommendedTracks("mp.1001"));
+  for (const Track& track : after->values.at(0)) EXPECT_NE(track.id, recommended[0].id);
 }
 
 TEST_F(Catalog, PagesRunToTheEndAtEveryPageSize) {
@@ -226,6 +233,7 @@ TEST_F(Catalog, GiphyPicturesComeWithAnApiKey) {
   const auto trending = run(controller.getTrending())->values.at(0);
   ASSERT_FALSE(trending.empty());
   EXPECT_EQ(run(controller.get(trending[0].id))->values.at(0).id, trending[0].id);
+  EXPECT_FALSE(run(controller.search("a"))->values.at(0).empty());
 
   auto wrongKey = HttpGiphyService::make(GiphyConfiguration{server->giphyBaseUrl(), "wrong", http, mainThread});
   const auto refused = record(GiphyDataController(wrongKey.value()).getTrending());

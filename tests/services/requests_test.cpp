@@ -160,6 +160,7 @@ TEST_F(ServiceErrors, AnAnswerThatIsNotTheValueFailsWithStatusAndMessage) {
       {HttpAnswer::response(500, "<html>oops</html>"), 500, "Internal Server Error"},
       {HttpAnswer::response(503, R"({"error": {"status": 503}})"), 503, "Service Unavailable"},
       {HttpAnswer::response(418), 418, "HTTP status 418"},
+      {HttpAnswer::response(300, "{}"), 300, "HTTP status 300"},
       {HttpAnswer::response(200, "{\"tracks\": [}"), 0, "The answer is not JSON."},
       {HttpAnswer::response(299, ""), 0, "The answer is not JSON."},
   };
@@ -219,6 +220,19 @@ TEST_F(Tokens, ARefusedTokenIsRefreshedOnceAndTheRequestSentAgain) {
   ASSERT_EQ(requests.size(), 2u);
   EXPECT_EQ(findHttpHeader(requests[0].headers, "Authorization"), "Bearer t1");
   EXPECT_EQ(findHttpHeader(requests[1].headers, "Authorization"), "Bearer t2");
+}
+
+TEST_F(Tokens, ARefusedAnswerIsClosedBeforeTheNewTokenArrives) {
+  http->script("GET", kTrackUrl, {HttpAnswer::chunked(401, {"{", "}"}), HttpAnswer::response(200, "{}")});
+  tokens->holdForced = true;
+  const auto recorded = record(services.tracks->getTrackData("tra.1"));
+  ASSERT_TRUE(pumpUntil([&] { return tokens->held != nullptr; }));
+  mainThread->runPending();
+  EXPECT_EQ(http->cancelledCount(), 1u);  // the refused answer's body is not read
+  std::exchange(tokens->held, nullptr)(Result<std::string>::success("t9"));
+  ASSERT_TRUE(pumpUntil([&] { return recorded->ended(); }));
+  EXPECT_TRUE(recorded->completed);
+  EXPECT_EQ(findHttpHeader(http->requests().back().headers, "Authorization"), "Bearer t9");
 }
 
 TEST_F(Tokens, ASecondRefusalIsTheRequestsError) {

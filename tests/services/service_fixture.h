@@ -29,6 +29,10 @@ class CountingTokenSource final : public AccessTokenSource {
 
   void accessToken(bool forceRefresh, Completion completion) override {
     forced_.push_back(forceRefresh);
+    if (forceRefresh && holdForced) {
+      held = std::move(completion);
+      return;
+    }
     if (failure) {
       completion(Result<std::string>::failure(*failure));
       return;
@@ -41,6 +45,9 @@ class CountingTokenSource final : public AccessTokenSource {
   const std::vector<bool>& forced() const { return forced_; }
 
   std::optional<Error> failure;
+  /// Forced refreshes wait in `held` until the test answers them.
+  bool holdForced = false;
+  Completion held;
 
  private:
   std::vector<std::string> tokens_;

@@ -60,6 +60,36 @@ TEST_F(Paging, EachTriggerAsksForTheNextPageAndTheLastPageCompletes) {
   EXPECT_EQ(offsetsAsked(), (std::vector<std::string>{"0", "2", "4"}));
 }
 
+TEST_F(Paging, AnAppThatAsksForMoreAsEachPageArrivesStopsAtTheLastPage) {
+  http->script("GET", kFavorites, {HttpAnswer::response(200, page(0, 2, 4)), HttpAnswer::response(200, page(2, 2, 4))});
+  auto recorded = std::make_shared<Recorded<Json>>();
+  recorded->subscription =
+      services.favorites
+          ->getCurrentUserFavorites(QAPIFavoritesService::AssetFilterType::tracks, 0, 2, trigger.asObservable())
+          .subscribe(
+              [&](const Json& answer) {
+                recorded->values.push_back(answer);
+                trigger.onNext(unit);  // at once, from inside the page's delivery
+              },
+              [&](const Error& error) { recorded->error = error; }, [&] { recorded->completed = true; });
+  trigger.onNext(unit);
+  ASSERT_TRUE(pumpUntil([&] { return recorded->ended(); }));
+  EXPECT_TRUE(recorded->completed);
+  EXPECT_EQ(offsetsAsked(), (std::vector<std::string>{"0", "2"}));
+  EXPECT_EQ(http->cancelledCount(), 0u);
+}
+
+TEST_F(Paging, ATriggerThatFailsEndsTheListWithItsError) {
+  http->script("GET", kFavorites, {HttpAnswer::response(200, page(0, 2, 6))});
+  const auto recorded = favorites(0);
+  trigger.onNext(unit);
+  ASSERT_TRUE(pumpUntil([&] { return recorded->values.size() == 1; }));
+  const Error broken{"app", 7, {}};
+  trigger.onError(broken);
+  ASSERT_TRUE(pumpUntil([&] { return recorded->ended(); }));
+  EXPECT_EQ(recorded->error, broken);
+}
+
 TEST_F(Paging, TriggersDuringARequestQueueAndTheTriggersEndCompletesAfterThem) {
   http->script("GET", kFavorites, {HttpAnswer::response(200, page(10, 2, 100))});
   const auto recorded = favorites(10);
@@ -115,7 +145,7 @@ TEST_F(Paging, GiphyPagesFollowItsPagination) {
 TEST(EventStreamParser, EventsAreTheSameHoweverTheStreamIsCut) {
   const std::string stream =
       ": keep-alive\r\n\r\nid: 7\r\nevent: history.updated\r\ndata: {\"a\":\r\ndata: 1}\r\n\r\n"
-      "event: charts.updated\rdata:x\r\rretry: 5\nid:\ndata\n\n";
+      "event: charts.updated\rdata:x\r\rretry: 5\nid:\ndata\n\ndata: y\r\n\n";
   const auto parse = [](const std::vector<std::string_view>& pieces) {
     EventStreamParser parser;
     std::vector<std::string> seen;
@@ -124,7 +154,7 @@ TEST(EventStreamParser, EventsAreTheSameHoweverTheStreamIsCut) {
     }
     return seen;
   };
-  const std::vector<std::string> expected{"7|history.updated|{\"a\":\n1}", "7|charts.updated|x", "||"};
+  const std::vector<std::string> expected{"7|history.updated|{\"a\":\n1}", "7|charts.updated|x", "||", "||y"};
   EXPECT_EQ(parse({stream}), expected);
   for (std::size_t cut = 1; cut < stream.size(); ++cut) {
     const std::string_view whole = stream;
