@@ -20,12 +20,12 @@ std::string number(float value) {
   return error == std::errc() ? std::string(text, end) : std::string("0");
 }
 
-RequestSpec get(std::string path, std::vector<std::pair<std::string, std::string>> query = {}) {
-  return RequestSpec{"GET", std::move(path), std::move(query), std::nullopt, {}};
+ServiceRequest get(std::string path, std::vector<std::pair<std::string, std::string>> query = {}) {
+  return ServiceRequest{"GET", std::move(path), std::move(query), std::nullopt, {}};
 }
 
-RequestSpec withJson(std::string method, std::string path, const JsonObject& body) {
-  return RequestSpec{std::move(method), std::move(path), {}, jsonBody(body), "application/json"};
+ServiceRequest withJson(std::string method, std::string path, const JsonObject& body) {
+  return ServiceRequest{std::move(method), std::move(path), {}, jsonBody(body), "application/json"};
 }
 
 JsonObject trackIdsBody(const std::vector<std::string>& trackIDs) {
@@ -214,12 +214,12 @@ rx::Observable<Json> HttpPlaylistsService::updatePlaylistGif(const std::string& 
 }
 
 rx::Observable<Json> HttpPlaylistsService::deletePlaylistGif(const std::string& playlistID) {
-  return core_->fetchJson(RequestSpec{"DELETE", "/playlists/" + pathSegment(playlistID) + "/giphy", {}, std::nullopt, {}});
+  return core_->fetchJson(ServiceRequest{"DELETE", "/playlists/" + pathSegment(playlistID) + "/giphy", {}, std::nullopt, {}});
 }
 
 rx::Observable<Unit> HttpPlaylistsService::uploadPlaylistImage(const std::string& playlistID,
                                                               std::vector<std::uint8_t> data) {
-  return core_->fetchUnit(RequestSpec{"PUT", "/playlists/" + pathSegment(playlistID) + "/image", {},
+  return core_->fetchUnit(ServiceRequest{"PUT", "/playlists/" + pathSegment(playlistID) + "/image", {},
                                       std::string(data.begin(), data.end()), "application/octet-stream"});
 }
 

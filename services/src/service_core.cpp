@@ -100,8 +100,8 @@ class Call : public std::enable_shared_from_this<Call> {
   virtual void cancel() { end(); }
 
  protected:
-  void send(RequestSpec spec) {
-    spec_ = std::move(spec);
+  void send(ServiceRequest request) {
+    current_ = std::move(request);
     refreshed_ = false;
     authorize(false);
   }
@@ -131,10 +131,9 @@ class Call : public std::enable_shared_from_this<Call> {
   }
 
   std::shared_ptr<ServiceCore> core() const { return core_.lock(); }
-  const RequestSpec& spec() const { return spec_; }
   std::string url() const {
     const auto core = core_.lock();
-    return core ? core->urlOf(spec_) : std::string();
+    return core ? core->urlOf(current_) : std::string();
   }
 
  private:
@@ -167,12 +166,12 @@ class Call : public std::enable_shared_from_this<Call> {
 
   void start(const std::shared_ptr<ServiceCore>& core, std::optional<std::string> token, std::uint64_t generation) {
     HttpRequest request;
-    request.url = core->urlOf(spec_);
-    request.method = spec_.method;
+    request.url = core->urlOf(current_);
+    request.method = current_.method;
     if (token) request.headers.emplace_back("Authorization", "Bearer " + *token);
-    if (!spec_.contentType.empty()) request.headers.emplace_back("Content-Type", spec_.contentType);
+    if (!current_.contentType.empty()) request.headers.emplace_back("Content-Type", current_.contentType);
     for (const auto& header : extraHeaders()) request.headers.push_back(header);
-    request.body = spec_.body;
+    request.body = current_.body;
     request.timeout = timeout(*core);
     status_ = 0;
 
@@ -197,7 +196,7 @@ class Call : public std::enable_shared_from_this<Call> {
   virtual std::chrono::seconds timeout(const ServiceCore& core) const { return core.options().requestTimeout; }
 
   std::weak_ptr<ServiceCore> core_;
-  RequestSpec spec_;
+  ServiceRequest current_;
   std::unique_ptr<HttpConnection> connection_;
   std::uint64_t generation_ = 0;
   int status_ = 0;
@@ -223,8 +222,8 @@ struct AnswerValue<Unit> {
 template <class T>
 class AnswerCall : public Call {
  public:
-  AnswerCall(const std::shared_ptr<ServiceCore>& core, RequestSpec spec, rx::AnyObserver<T> observer)
-      : Call(core), request_(std::move(spec)), observer_(std::move(observer)) {}
+  AnswerCall(const std::shared_ptr<ServiceCore>& core, ServiceRequest request, rx::AnyObserver<T> observer)
+      : Call(core), request_(std::move(request)), observer_(std::move(observer)) {}
 
   void begin() override { send(request_); }
 
@@ -256,7 +255,7 @@ class AnswerCall : public Call {
   }
 
  private:
-  RequestSpec request_;
+  ServiceRequest request_;
   rx::AnyObserver<T> observer_;
   std::string body_;
 };
@@ -399,7 +398,7 @@ class UpdatesCall final : public Call {
     parser_ = EventStreamParser();
     body_.clear();
     streaming_ = false;
-    send(RequestSpec{"GET", "/me/events", {{"topics", topic_}}, std::nullopt, {}});
+    send(ServiceRequest{"GET", "/me/events", {{"topics", topic_}}, std::nullopt, {}});
   }
 
   platform::HttpHeaders extraHeaders() const override {
@@ -559,10 +558,10 @@ ServiceCore::~ServiceCore() {
   timer_.reset();
 }
 
-std::string ServiceCore::urlOf(const RequestSpec& spec) const {
-  std::string url = options_.baseUrl + spec.path;
+std::string ServiceCore::urlOf(const ServiceRequest& request) const {
+  std::string url = options_.baseUrl + request.path;
   char separator = '?';
-  for (const auto& [name, value] : spec.query) {
+  for (const auto& [name, value] : request.query) {
     url += separator;
     url += pathSegment(name);
     url += '=';
@@ -629,15 +628,15 @@ rx::Observable<T> ServiceCore::observe(MakeCall makeCall) {
   });
 }
 
-rx::Observable<Json> ServiceCore::fetchJson(RequestSpec spec) {
-  return observe<Json>([spec = std::move(spec)](const std::shared_ptr<ServiceCore>& core, rx::AnyObserver<Json> observer) {
-    return std::make_shared<AnswerCall<Json>>(core, spec, std::move(observer));
+rx::Observable<Json> ServiceCore::fetchJson(ServiceRequest request) {
+  return observe<Json>([request = std::move(request)](const std::shared_ptr<ServiceCore>& core, rx::AnyObserver<Json> observer) {
+    return std::make_shared<AnswerCall<Json>>(core, request, std::move(observer));
   });
 }
 
-rx::Observable<Unit> ServiceCore::fetchUnit(RequestSpec spec) {
-  return observe<Unit>([spec = std::move(spec)](const std::shared_ptr<ServiceCore>& core, rx::AnyObserver<Unit> observer) {
-    return std::make_shared<AnswerCall<Unit>>(core, spec, std::move(observer));
+rx::Observable<Unit> ServiceCore::fetchUnit(ServiceRequest request) {
+  return observe<Unit>([request = std::move(request)](const std::shared_ptr<ServiceCore>& core, rx::AnyObserver<Unit> observer) {
+    return std::make_shared<AnswerCall<Unit>>(core, request, std::move(observer));
   });
 }
 

@@ -21,7 +21,7 @@
 namespace applogic::services {
 
 /// One request, relative to the core's base address.
-struct RequestSpec {
+struct ServiceRequest {
   std::string method = "GET";
   /// Starts with "/"; ids in it already encoded with `pathSegment`.
   std::string path;
@@ -41,7 +41,7 @@ std::string jsonBody(const JsonObject& object);
 /// Whether `answer`, the page asked for at `offset`, was the last page.
 using LastPageTest = std::function<bool(const Json& answer, int offset)>;
 /// The request of the page that starts at `offset`.
-using PageRequest = std::function<RequestSpec(int offset)>;
+using PageRequest = std::function<ServiceRequest(int offset)>;
 
 struct CoreOptions {
   std::string baseUrl;
@@ -68,9 +68,9 @@ class ServiceCore : public std::enable_shared_from_this<ServiceCore> {
   ServiceCore& operator=(const ServiceCore&) = delete;
 
   /// One request; emits its JSON answer.
-  rx::Observable<Json> fetchJson(RequestSpec spec);
+  rx::Observable<Json> fetchJson(ServiceRequest request);
   /// One request whose answer is not read; emits unit.
-  rx::Observable<Unit> fetchUnit(RequestSpec spec);
+  rx::Observable<Unit> fetchUnit(ServiceRequest request);
   /// One request per emission of `trigger`, at `offset`, `offset + pageSize` ...
   rx::Observable<Json> fetchPages(PageRequest page, int offset, int pageSize, LastPageTest lastPage,
                                   rx::Observable<Unit> trigger);
@@ -79,7 +79,7 @@ class ServiceCore : public std::enable_shared_from_this<ServiceCore> {
 
   // --- for the calls ---
   const CoreOptions& options() const { return options_; }
-  std::string urlOf(const RequestSpec& spec) const;
+  std::string urlOf(const ServiceRequest& request) const;
   /// Runs `task` on the main thread: at once when called there, otherwise posted.
   void onMainThread(std::function<void()> task) const;
   /// Posts `task` to the main thread after `delay` (a thread of the core waits).

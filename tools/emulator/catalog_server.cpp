@@ -161,11 +161,11 @@ struct Range {
 // Absent: unsatisfiable or malformed.
 std::optional<Range> rangeOf(std::string_view header, std::size_t size) {
   if (header.rfind("bytes=", 0) != 0 || header.find(',') != std::string_view::npos) return std::nullopt;
-  const std::string_view spec = header.substr(6);
-  const std::size_t dash = spec.find('-');
+  const std::string_view bounds = header.substr(6);
+  const std::size_t dash = bounds.find('-');
   if (dash == std::string_view::npos) return std::nullopt;
-  const std::string_view from = spec.substr(0, dash);
-  const std::string_view to = spec.substr(dash + 1);
+  const std::string_view from = bounds.substr(0, dash);
+  const std::string_view to = bounds.substr(dash + 1);
   if (from.empty()) {  // a suffix: the last n bytes
     const std::int64_t n = decimal(to).value_or(0);
     if (n == 0 || size == 0) return std::nullopt;
