@@ -74,13 +74,13 @@ bool giphyLastPage(const Json& answer, int offset) {
   return reachesTotal(object ? json::object(*object, "pagination") : nullptr, "count", "total_count", offset);
 }
 
-std::string_view chartPath(QAPIChartsService::ChartType type) {
+std::string_view chartTypeName(QAPIChartsService::ChartType type) {
   switch (type) {
-    case QAPIChartsService::ChartType::tracks: return "/me/charts/tracks";
-    case QAPIChartsService::ChartType::artists: return "/me/charts/artists";
-    case QAPIChartsService::ChartType::albums: return "/me/charts/albums";
+    case QAPIChartsService::ChartType::tracks: return "tracks";
+    case QAPIChartsService::ChartType::artists: return "artists";
+    case QAPIChartsService::ChartType::albums: return "albums";
   }
-  return "/me/charts/tracks";
+  return "tracks";
 }
 
 std::string_view filterName(QAPIFavoritesService::AssetFilterType filter) {
@@ -129,19 +129,19 @@ std::shared_ptr<AccessTokenSource> makeSignInAccessTokenSource(const signin::AIM
 // ---- the music service ----
 
 rx::Observable<Json> HttpTracksService::getTrackData(const std::string& trackId) {
-  return core_->fetchJson(get("/tracks/" + pathSegment(trackId)));
+  return core_->fetchJson(get(pathOf(core_->options().paths.track, trackId)));
 }
 
 rx::Observable<Json> HttpTracksService::getTopTracksData(int limit) {
-  return core_->fetchJson(get("/tracks/top", {{"limit", number(limit)}}));
+  return core_->fetchJson(get(core_->options().paths.topTracks, {{"limit", number(limit)}}));
 }
 
 rx::Observable<Json> HttpSearchService::searchTracks(const std::string& query, int limit) {
-  return core_->fetchJson(get("/search", {{"q", query}, {"limit", number(limit)}}));
+  return core_->fetchJson(get(core_->options().paths.search, {{"q", query}, {"limit", number(limit)}}));
 }
 
 rx::Observable<Json> HttpChartsService::getCurrentUserTopCharts(ChartType chartType, Range range, int limit) {
-  return core_->fetchJson(get(std::string(chartPath(chartType)),
+  return core_->fetchJson(get(pathOf(core_->options().paths.charts, chartTypeName(chartType)),
                               {{"range", range == Range::lastMonth ? "month" : "all"}, {"limit", number(limit)}}));
 }
 
@@ -152,14 +152,14 @@ rx::Observable<Json> HttpFavoritesService::getCurrentUserFavorites(AssetFilterTy
                                                                    rx::Observable<Unit> nextPageTrigger) {
   std::string filterText(filterName(filter));
   return core_->fetchPages(
-      [filterText, itemPerPage](int pageOffset) {
-        return get("/me/favorites", {{"filter", filterText}, {"offset", number(pageOffset)}, {"limit", number(itemPerPage)}});
+      [path = core_->options().paths.favorites, filterText, itemPerPage](int pageOffset) {
+        return get(path, {{"filter", filterText}, {"offset", number(pageOffset)}, {"limit", number(itemPerPage)}});
       },
       offset, itemPerPage, musicLastPage, std::move(nextPageTrigger));
 }
 
 rx::Observable<Json> HttpListeningHistoryService::getCurrentUserRecentTracks(int limit) {
-  return core_->fetchJson(get("/me/history", {{"limit", number(limit)}}));
+  return core_->fetchJson(get(core_->options().paths.history, {{"limit", number(limit)}}));
 }
 
 rx::Observable<UserResultUpdate> HttpListeningHistoryService::recentTracksUpdated() {
@@ -170,18 +170,18 @@ rx::Observable<UserResultUpdate> HttpListeningHistoryService::recentTracksRefres
 }
 
 rx::Observable<Json> HttpGenreService::getTopGenres(const std::string& language) {
-  return core_->fetchJson(get("/genres", {{"lang", language}}));
+  return core_->fetchJson(get(core_->options().paths.genres, {{"lang", language}}));
 }
 
 rx::Observable<Json> HttpGenreService::getGenreTopTracks(const std::string& genreId, int limit) {
-  return core_->fetchJson(get("/genres/" + pathSegment(genreId) + "/tracks", {{"limit", number(limit)}}));
+  return core_->fetchJson(get(pathOf(core_->options().paths.genreTracks, genreId), {{"limit", number(limit)}}));
 }
 
 rx::Observable<Json> HttpPersonalizedService::getNewReleaseRecommendedTracks(int offset, int itemsPerPage,
                                                                             rx::Observable<Unit> nextPageTrigger) {
   return core_->fetchPages(
-      [itemsPerPage](int pageOffset) {
-        return get("/me/new-releases", {{"offset", number(pageOffset)}, {"limit", number(itemsPerPage)}});
+      [path = core_->options().paths.newReleases, itemsPerPage](int pageOffset) {
+        return get(path, {{"offset", number(pageOffset)}, {"limit", number(itemsPerPage)}});
       },
       offset, itemsPerPage, musicLastPage, std::move(nextPageTrigger));
 }
@@ -192,57 +192,57 @@ HttpPlaylistsService::HttpPlaylistsService(std::shared_ptr<ServiceCore> core)
     : core_(std::move(core)), defaultQueue_("AppLogic.HttpPlaylistsService") {}
 
 rx::Observable<Json> HttpPlaylistsService::get(const std::string& playlistId, std::optional<SerialQueue> /*queue*/) {
-  return core_->fetchJson(services::get("/playlists/" + pathSegment(playlistId)));
+  return core_->fetchJson(services::get(pathOf(core_->options().paths.playlist, playlistId)));
 }
 
 rx::Observable<Json> HttpPlaylistsService::getPlaylistTracks(const std::string& playlistID, int limit, int offset,
                                                              std::optional<SerialQueue> /*queue*/) {
-  return core_->fetchJson(services::get("/playlists/" + pathSegment(playlistID) + "/tracks",
+  return core_->fetchJson(services::get(pathOf(core_->options().paths.playlistTracks, playlistID),
                                         {{"offset", number(offset)}, {"limit", number(limit)}}));
 }
 
 rx::Observable<Json> HttpPlaylistsService::getImages(const std::string& playlistID, std::optional<Size> size) {
   std::vector<std::pair<std::string, std::string>> query;
   if (size) query = {{"width", number(size->width)}, {"height", number(size->height)}};
-  return core_->fetchJson(services::get("/playlists/" + pathSegment(playlistID) + "/images", std::move(query)));
+  return core_->fetchJson(services::get(pathOf(core_->options().paths.playlistImages, playlistID), std::move(query)));
 }
 
 rx::Observable<Json> HttpPlaylistsService::updatePlaylistGif(const std::string& playlistID, const std::string& gifID) {
   JsonObject body;
   body["gifId"] = gifID;
-  return core_->fetchJson(withJson("PUT", "/playlists/" + pathSegment(playlistID) + "/giphy", body));
+  return core_->fetchJson(withJson("PUT", pathOf(core_->options().paths.playlistGiphy, playlistID), body));
 }
 
 rx::Observable<Json> HttpPlaylistsService::deletePlaylistGif(const std::string& playlistID) {
-  return core_->fetchJson(ServiceRequest{"DELETE", "/playlists/" + pathSegment(playlistID) + "/giphy", {}, std::nullopt, {}});
+  return core_->fetchJson(ServiceRequest{"DELETE", pathOf(core_->options().paths.playlistGiphy, playlistID), {}, std::nullopt, {}});
 }
 
 rx::Observable<Unit> HttpPlaylistsService::uploadPlaylistImage(const std::string& playlistID,
                                                               std::vector<std::uint8_t> data) {
-  return core_->fetchUnit(ServiceRequest{"PUT", "/playlists/" + pathSegment(playlistID) + "/image", {},
+  return core_->fetchUnit(ServiceRequest{"PUT", pathOf(core_->options().paths.playlistImage, playlistID), {},
                                       std::string(data.begin(), data.end()), "application/octet-stream"});
 }
 
 rx::Observable<Json> HttpPlaylistsService::getRecommendedTracks(const std::string& playlistID,
                                                                 std::optional<SerialQueue> /*queue*/) {
-  return core_->fetchJson(services::get("/playlists/" + pathSegment(playlistID) + "/recommendations"));
+  return core_->fetchJson(services::get(pathOf(core_->options().paths.recommendations, playlistID)));
 }
 
 rx::Observable<Json> HttpPlaylistsService::rejectRecommendedTracks(const std::vector<std::string>& trackIDs,
                                                                    std::optional<SerialQueue> /*queue*/) {
-  return core_->fetchJson(withJson("POST", "/me/recommendations/rejections", trackIdsBody(trackIDs)));
+  return core_->fetchJson(withJson("POST", core_->options().paths.rejections, trackIdsBody(trackIDs)));
 }
 
 rx::Observable<Unit> HttpPlaylistsService::addTracks(const std::string& playlistID,
                                                      const std::vector<std::string>& trackIDs,
                                                      std::optional<SerialQueue> /*queue*/) {
-  return core_->fetchUnit(withJson("POST", "/playlists/" + pathSegment(playlistID) + "/tracks", trackIdsBody(trackIDs)));
+  return core_->fetchUnit(withJson("POST", pathOf(core_->options().paths.playlistTracks, playlistID), trackIdsBody(trackIDs)));
 }
 
 rx::Observable<Unit> HttpPlaylistsService::setTracks(const std::string& playlistID,
                                                      const std::vector<std::string>& trackIDs,
                                                      std::optional<SerialQueue> /*queue*/) {
-  return core_->fetchUnit(withJson("PUT", "/playlists/" + pathSegment(playlistID) + "/tracks", trackIdsBody(trackIDs)));
+  return core_->fetchUnit(withJson("PUT", pathOf(core_->options().paths.playlistTracks, playlistID), trackIdsBody(trackIDs)));
 }
 
 Result<HttpServices> makeHttpServices(ServiceConfiguration configuration) {
@@ -254,7 +254,8 @@ Result<HttpServices> makeHttpServices(ServiceConfiguration configuration) {
   }
   Result<std::shared_ptr<ServiceCore>> core = ServiceCore::make(CoreOptions{
       std::move(configuration.baseUrl), std::move(configuration.http), std::move(configuration.mainThread),
-      std::move(configuration.accessTokens), configuration.requestTimeout, configuration.reconnect, musicErrorMessage});
+      std::move(configuration.accessTokens), configuration.requestTimeout, configuration.reconnect, musicErrorMessage,
+      std::move(configuration.paths)});
   if (!core) return Result<HttpServices>::failure(core.error());
   const std::shared_ptr<ServiceCore>& shared = core.value();
   return Result<HttpServices>::success(HttpServices{

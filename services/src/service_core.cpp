@@ -83,6 +83,13 @@ std::string pathSegment(std::string_view text) {
   return out;
 }
 
+std::string pathOf(std::string_view pattern, std::string_view id) {
+  const auto open = pattern.find('{');
+  const auto close = open == std::string_view::npos ? open : pattern.find('}', open);
+  if (close == std::string_view::npos) return std::string(pattern);
+  return std::string(pattern.substr(0, open)) + pathSegment(id) + std::string(pattern.substr(close + 1));
+}
+
 std::string jsonBody(const JsonObject& object) { return boost::json::serialize(object); }
 
 // ---- the calls: one per subscription, main thread only (construction aside) ----
@@ -398,7 +405,9 @@ class UpdatesCall final : public Call {
     parser_ = EventStreamParser();
     body_.clear();
     streaming_ = false;
-    send(ServiceRequest{"GET", "/me/events", {{"topics", topic_}}, std::nullopt, {}});
+    const auto core = this->core();
+    if (!core) return;
+    send(ServiceRequest{"GET", core->options().paths.events, {{"topics", topic_}}, std::nullopt, {}});
   }
 
   platform::HttpHeaders extraHeaders() const override {

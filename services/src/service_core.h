@@ -53,7 +53,11 @@ struct CoreOptions {
   ReconnectPolicy reconnect{};
   /// The server's message in an error answer, when it has one.
   std::function<std::optional<std::string>(const Json& answer)> errorMessage;
+  ServicePaths paths{};
 };
+
+/// `pattern` with its "{id}" (or "{type}") replaced by `id`, percent-encoded.
+std::string pathOf(std::string_view pattern, std::string_view id);
 
 class Call;
 

@@ -203,6 +203,20 @@ TEST_F(ServiceErrors, ABadConfigurationIsRefused) {
   EXPECT_FALSE(HttpGiphyService::make(GiphyConfiguration{"https://giphy.test/v1", "k", nullptr, mainThread}).ok());
 }
 
+TEST_F(ServiceFixture, PathsComeFromTheConfiguration) {
+  ServiceConfiguration configuration{"https://other.test/api", http, mainThread, tokens};
+  configuration.paths.track = "/catalog/tracks/{id}/info";
+  configuration.paths.charts = "/charts-{type}";
+  const HttpServices custom = makeHttpServices(configuration).value();
+  http->script("GET", "https://other.test/api/catalog/tracks/tra%201/info", {HttpAnswer::response(200, "{}")});
+  http->script("GET", "https://other.test/api/charts-artists", {HttpAnswer::response(200, "{}")});
+  const auto track = record(custom.tracks->getTrackData("tra 1"));
+  const auto charts = record(custom.charts->getCurrentUserTopCharts(QAPIChartsService::ChartType::artists,
+                                                                    QAPIChartsService::Range::allTime, 1));
+  ASSERT_TRUE(pumpUntil([&] { return track->ended() && charts->ended(); }));
+  EXPECT_TRUE(track->completed && charts->completed);
+}
+
 // ---- the signed-in user's token ----
 
 using Tokens = ServiceFixture;

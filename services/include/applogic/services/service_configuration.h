@@ -62,7 +62,30 @@ struct ReconnectPolicy {
   std::chrono::milliseconds maximumDelay{30'000};
 };
 
-/// The configuration of the music-service clients. Every member is required.
+/// Where the service's resources are, relative to the base address (the defaults are the paths of
+/// docs/catalog-service.md). "{id}" stands for the id the operation is given, percent-encoded;
+/// "{type}" for the chart type ("tracks", "artists", "albums").
+struct ServicePaths {
+  std::string track = "/tracks/{id}";
+  std::string topTracks = "/tracks/top";
+  std::string search = "/search";
+  std::string charts = "/me/charts/{type}";
+  std::string favorites = "/me/favorites";
+  std::string history = "/me/history";
+  std::string events = "/me/events";
+  std::string genres = "/genres";
+  std::string genreTracks = "/genres/{id}/tracks";
+  std::string newReleases = "/me/new-releases";
+  std::string playlist = "/playlists/{id}";
+  std::string playlistTracks = "/playlists/{id}/tracks";
+  std::string playlistImages = "/playlists/{id}/images";
+  std::string playlistGiphy = "/playlists/{id}/giphy";
+  std::string playlistImage = "/playlists/{id}/image";
+  std::string recommendations = "/playlists/{id}/recommendations";
+  std::string rejections = "/me/recommendations/rejections";
+};
+
+/// The configuration of the music-service clients. The members up to `accessTokens` are required.
 struct ServiceConfiguration {
   /// The API's base address, e.g. "https://127.0.0.1:8443/v1", without a trailing "/".
   std::string baseUrl;
@@ -74,6 +97,7 @@ struct ServiceConfiguration {
   /// use three times their keep-alive period instead.
   std::chrono::seconds requestTimeout{30};
   ReconnectPolicy reconnect{};
+  ServicePaths paths{};
 };
 
 }  // namespace applogic::services
