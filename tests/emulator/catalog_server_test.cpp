@@ -323,7 +323,8 @@ TEST_F(CatalogServerTest, PlaysReachOpenEventStreamsAndReconnectsReplayMissedEve
   // A preview from byte 0 is a play; one from the middle is not.
   client_->Get("/previews/tra.1005.wav", {{"Range", "bytes=100-"}});
   client_->Get("/previews/tra.1007.wav", {{"Range", "bytes=0-99"}});
-  const std::string text = history.waitFor("\n\n");
+  // The end of an event's answer (a keep-alive comment also ends with a blank line).
+  const std::string text = history.waitFor("]}}\n\n");
   const std::size_t start = text.find("id: ");
   ASSERT_NE(start, std::string::npos) << text;
   const std::string event = text.substr(start, text.find("\n\n", start) - start);
