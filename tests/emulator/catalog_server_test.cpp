@@ -160,6 +160,8 @@ class CatalogServerTest : public ::testing::Test {
   std::string token_;
 };
 
+// Every reading operation is read through its controller in tests/services; here, the answers
+// the clients do not read: refusals, writes without a body, and one record in full.
 TEST_F(CatalogServerTest, EveryEndpointAnswersWithItsShape) {
   struct Row {
     std::string method, path, body;
@@ -169,30 +171,17 @@ TEST_F(CatalogServerTest, EveryEndpointAnswersWithItsShape) {
   const Row rows[] = {
       {"GET", "/tracks/tra.1042", "", 200, "tracks"},
       {"GET", "/tracks/tra.999999", "", 404, "error"},
-      {"GET", "/tracks/top?limit=5", "", 200, "tracks"},
-      {"GET", "/search?q=the&limit=3", "", 200, "data"},
-      {"GET", "/me/charts/tracks?range=all&limit=3", "", 200, "charts"},
       {"GET", "/me/charts/tracks?range=week", "", 400, "error"},
-      {"GET", "/me/favorites?filter=tracks&offset=0&limit=10", "", 200, "favorites"},
-      {"GET", "/me/history?limit=5", "", 200, "tracks"},
       {"POST", "/me/history", R"({"trackId": "tra.1001"})", 204, ""},
       {"POST", "/me/history", R"({"trackId": "tra.1"})", 400, "error"},
       {"POST", "/me/charts/refresh", "", 204, ""},
       {"POST", "/me/history/refresh", "", 204, ""},
-      {"GET", "/genres?lang=en", "", 200, "genres"},
-      {"GET", "/genres/g.3/tracks?limit=4", "", 200, "tracks"},
       {"GET", "/genres/g.99/tracks", "", 404, "error"},
-      {"GET", "/me/new-releases?offset=0&limit=10", "", 200, "tracks"},
-      {"GET", "/playlists/mp.1001", "", 200, "playlists"},
       {"GET", "/playlists/mp.9", "", 404, "error"},
-      {"GET", "/playlists/mp.1001/tracks", "", 200, "tracks"},
       {"GET", "/playlists/mp.1001/images?width=300&height=300", "", 200, "images"},
       {"GET", "/playlists/mp.1001/images?width=300", "", 400, "error"},
-      {"GET", "/playlists/mp.1002/recommendations", "", 200, "tracks"},
       {"POST", "/me/recommendations/rejections", R"({"trackIds": ["tra.1003"]})", 200, "rejected"},
       {"POST", "/me/recommendations/rejections", R"({"trackIds": "tra.1003"})", 400, "error"},
-      {"PUT", "/playlists/mp.1002/giphy", R"({"gifId": "gph0007"})", 200, "playlists"},
-      {"DELETE", "/playlists/mp.1002/giphy", "", 200, "playlists"},
       {"GET", "/nothing", "", 404, "error"},
   };
   for (const Row& row : rows) {
@@ -251,40 +240,20 @@ TEST_F(CatalogServerTest, PagesEndWhereTheTotalIs) {
   EXPECT_EQ(json("/me/new-releases?limit=1").at("tracks").as_array().size(), 1u);
 }
 
-TEST_F(CatalogServerTest, PlaylistWritesChangeStateAndRefusalsChangeNothing) {
+// The writes themselves are checked through the service clients (tests/services); here, that a
+// refused write changes nothing and that an uploaded image comes first with its own address.
+TEST_F(CatalogServerTest, RefusedPlaylistWritesChangeNothing) {
   const std::vector<std::string> before = playlistTrackIds("mp.1003");
-  EXPECT_EQ(send("POST", "/playlists/mp.1003/tracks", R"({"trackIds": ["tra.1010", "tra.1005"]})")->status, 204);
-  std::vector<std::string> expected = before;
-  expected.insert(expected.end(), {"tra.1010", "tra.1005"});
-  EXPECT_EQ(playlistTrackIds("mp.1003"), expected);
-  EXPECT_EQ(json("/playlists/mp.1003").at("playlists").at(0).at("trackCount"), expected.size());
-
   for (const char* method : {"POST", "PUT"}) {
     EXPECT_EQ(send(method, "/playlists/mp.1003/tracks", R"({"trackIds": ["tra.1002", "tra.0"]})")->status, 400);
     EXPECT_EQ(send(method, "/playlists/mp.1003/tracks", "not json")->status, 400);
-    EXPECT_EQ(playlistTrackIds("mp.1003"), expected) << method;
+    EXPECT_EQ(playlistTrackIds("mp.1003"), before) << method;
   }
-  EXPECT_EQ(send("PUT", "/playlists/mp.1003/tracks", R"({"trackIds": ["tra.1002"]})")->status, 204);
-  EXPECT_EQ(playlistTrackIds("mp.1003"), std::vector<std::string>{"tra.1002"});
-
-  // Giphy image replaced, then removed; a new display image comes first.
-  const auto images = [&] { return boost::json::serialize(json("/playlists/mp.1001/images").at("images")); };
-  EXPECT_NE(images().find(R"({"imageType":"giphyImage","id":"gph0001"})"), std::string::npos);
-  send("PUT", "/playlists/mp.1001/giphy", R"({"gifId": "gph0009"})");
-  EXPECT_NE(images().find(R"({"imageType":"giphyImage","id":"gph0009"})"), std::string::npos);
-  send("DELETE", "/playlists/mp.1001/giphy");
-  EXPECT_EQ(images().find("giphyImage"), std::string::npos);
   EXPECT_EQ(client_->Put("/v1/playlists/mp.1001/image", auth(), "\x89PNG", "image/png")->status, 204);
   const value first = json("/playlists/mp.1001/images?width=10&height=20").at("images").at(0);
   EXPECT_EQ(boost::json::serialize(first),
             R"({"imageType":"displayImage","id":"img.1001.1","version":1,"isDefault":false,"url":")" +
                 catalog_->baseUrl() + R"(/v1/images/img.1001.1?width=10&height=20"})");
-
-  // A rejected recommendation is not recommended again.
-  const value recommended = json("/playlists/mp.1002/recommendations").at("tracks").at(0).at("id");
-  const std::string body = R"({"trackIds": [)" + boost::json::serialize(recommended) + "]}";
-  EXPECT_EQ(jsonOf(send("POST", "/me/recommendations/rejections", body)).at("rejected"), 1);
-  EXPECT_NE(json("/playlists/mp.1002/recommendations").at("tracks").at(0).at("id"), recommended);
 }
 
 TEST_F(CatalogServerTest, PreviewsAnswerRanges) {
