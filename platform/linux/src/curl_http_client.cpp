@@ -390,8 +390,8 @@ class Core {
   static std::size_t onHeader(char* buffer, std::size_t size, std::size_t count, void* user) {
     auto& transfer = *static_cast<Transfer*>(user);
     const std::size_t length = size * count;
-    std::string_view line(buffer, length);
-    while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.remove_suffix(1);
+    // Names and values are trimmed of blanks, CR and LF below; a line of those alone matches nothing.
+    const std::string_view line(buffer, length);
     if (line.starts_with("HTTP/")) {
       transfer.received.clear();
     } else if (!line.empty() && (line.front() == ' ' || line.front() == '\t')) {
