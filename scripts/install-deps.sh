@@ -20,8 +20,10 @@ PACKAGES=(
   libcurl4-openssl-dev zlib1g-dev
   # Linux media player port: GStreamer's playbin, WAV/MP3/AAC parsing and http(s) sources
   libgstreamer1.0-dev gstreamer1.0-plugins-base gstreamer1.0-plugins-good
-  # Linux audio session port: the sound server's default output (PulseAudio protocol, also PipeWire's)
-  libpulse-dev
+  # Linux audio session port: the sound server's default output (PulseAudio protocol, also PipeWire's);
+  # its tests run against a throw-away PulseAudio server with null sinks (scripts/with-test-pulse:
+  # pulseaudio, and pactl from pulseaudio-utils)
+  libpulse-dev pulseaudio pulseaudio-utils
   # Tests
   libgtest-dev libgmock-dev googletest
   # Loopback HTTP servers in tests (the media player port plays clips served with Range support)

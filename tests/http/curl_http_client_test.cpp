@@ -95,6 +95,7 @@ class CurlHttpClientTest : public ::testing::Test {
     server.Post(R"(/move/(307|308)/(plain|same))", [this](const httplib::Request& request, httplib::Response& response) {
       response.set_redirect(request.matches[2] == "plain" ? http.url("/echo") : "/echo", request.matches[1] == "307" ? 307 : 308);
     });
+    server.Get("/to-ftp", [](auto&, Answer& response) { response.set_redirect("ftp://127.0.0.1/clip"); });
     server.Get("/set-cookies", [](auto&, Answer& response) {
       for (const char* cookie : {"host=h; Path=/; HttpOnly", "parent=p; Domain=signin.localhost; Path=/", "deep=d; Path=/account",
                                  "secure=s; Domain=signin.localhost; Path=/; Secure"}) response.headers.emplace("Set-Cookie", cookie);
@@ -183,6 +184,8 @@ TEST_F(CurlHttpClientTest, EachServerFaultEndsTheRequestOnceWithNothingAfter) {
        HttpErrorCode::secureConnectionFailed},
       {{.url = https.url("/move/308/plain", "localhost"), .method = "POST", .body = ""}, {"failure"},
        HttpErrorCode::secureConnectionFailed},
+      // A redirect to another scheme is no step down to http: the address is refused as such.
+      {{.url = https.url("/to-ftp", "localhost")}, {"failure"}, HttpErrorCode::badUrl},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.request.url);

@@ -1,13 +1,16 @@
 #include "applogic/platform/desktop_audio_session.h"
 
 #include <gtest/gtest.h>
+#include <stdio.h>
 #include <stdlib.h>
 
+#include <cstdlib>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "applogic/platform/run_loop.h"
+#include "run_until_quit.h"
 
 namespace applogic {
 namespace {
@@ -45,6 +48,63 @@ TEST(DesktopAudioSession, WithoutASoundServerRoutesToTheSpeakerQuietlyAndPostsNo
   loop->runUntilIdle();
   EXPECT_EQ(posted, 0);
   center->removeObserver(token);
+}
+
+// pactl's output (trailing newline dropped), or nothing when it fails.
+std::optional<std::string> pactl(const std::string& arguments) {
+  FILE* pipe = ::popen(("pactl " + arguments + " 2>&1").c_str(), "r");
+  if (pipe == nullptr) return std::nullopt;
+  std::string out;
+  char chunk[256];
+  while (::fgets(chunk, sizeof chunk, pipe) != nullptr) out += chunk;
+  if (::pclose(pipe) != 0) return std::nullopt;
+  while (!out.empty() && out.back() == '\n') out.pop_back();
+  return out;
+}
+
+// On the throw-away server of scripts/with-test-pulse (a null sink "applogic_test_speaker"):
+// a Bluetooth headset sink arrives and the default output moves to it, back, to it again, and
+// then the headset goes. Each move is one notification with the reason and the route before it.
+TEST(DesktopAudioSessionOnATestServer, FollowsTheDefaultOutputAndSaysWhyItMoved) {
+  if (const char* test = std::getenv("APPLOGIC_TEST_PULSE"); test == nullptr || std::string(test) != "1") {
+    GTEST_SKIP() << "runs inside scripts/with-test-pulse (ctest: platform.AudioSessionOnATestPulseServer)";
+  }
+  ASSERT_TRUE(pactl("set-default-sink applogic_test_speaker"));
+  auto loop = std::make_shared<platform::RunLoop>();
+  auto center = platform::makeNotificationCenter();
+  platform::DesktopAudioSession session(center, loop);
+  ASSERT_TRUE(session.followsSoundServer());
+  const auto route = [&] { return session.currentRoute().outputs.at(0).portType; };
+  EXPECT_EQ(route(), "Speaker");
+
+  // "reason: previous route -> route now"
+  std::vector<std::string> changes;
+  auto token = center->addObserver(std::string(platform::kAudioSessionRouteChangeNotification), &session,
+                                   [&](const platform::Notification& notification) {
+                                     const int* reason =
+                                         platform::userInfoValue<int>(notification, platform::kAudioSessionRouteChangeReasonKey);
+                                     const auto* previous = platform::userInfoValue<platform::AudioSessionRouteDescription>(
+                                         notification, platform::kAudioSessionRouteChangePreviousRouteKey);
+                                     changes.push_back(std::to_string(reason ? *reason : -1) + ": " +
+                                                       (previous ? previous->outputs.at(0).portType : "?") + " -> " +
+                                                       route());
+                                     loop->quit();
+                                   });
+  const auto headset = pactl(
+      "load-module module-null-sink sink_name=applogic_test_headset "
+      "'sink_properties=\"device.bus=bluetooth device.profile.name=headset_head_unit\"'");
+  ASSERT_TRUE(headset);
+  const auto moveTo = [&](const std::string& command) {
+    ASSERT_TRUE(pactl(command)) << command;
+    ASSERT_TRUE(test::runUntilQuit(*loop)) << "no route change after " << command;
+  };
+  moveTo("set-default-sink applogic_test_headset");   // arrived since the route was set: new device
+  moveTo("set-default-sink applogic_test_speaker");   // both were there: the choice changed
+  moveTo("set-default-sink applogic_test_headset");
+  moveTo("unload-module " + *headset);                // the headset goes: old device unavailable
+  center->removeObserver(token);
+  EXPECT_EQ(changes, (std::vector<std::string>{"1: Speaker -> BluetoothHFP", "8: BluetoothHFP -> Speaker",
+                                               "8: Speaker -> BluetoothHFP", "2: BluetoothHFP -> Speaker"}));
 }
 
 SoundServerOutput output(std::string sink, std::string port, Kind kind = Kind::unknown, std::string bus = "",

@@ -1,5 +1,6 @@
 #include "applogic/platform/gstreamer_media_player.h"
 
+#include <gst/gst.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -24,11 +25,45 @@ using test::RawClipServer;
 const std::string kEnd(platform::kMediaPlayerItemDidPlayToEndTimeNotification);
 const std::string kFailed(platform::kMediaPlayerItemFailedToPlayToEndTimeNotification);
 
+// The run loop, counting the reports that GStreamer's threads hand it, so that a test can leave
+// one queued while it acts.
+struct CountingMainThread final : platform::MainThread {
+  void post(std::function<void()> task) override {
+    loop->post(std::move(task));
+    ++posted;
+  }
+  bool isMainThread() const override { return loop->isMainThread(); }
+  std::shared_ptr<platform::RunLoop> loop = std::make_shared<platform::RunLoop>();
+  std::atomic<int> posted{0};
+};
+
+// Whether GStreamer, as installed, has playbin: then the players must exist.
+bool playbinInstalled() {
+  if (!gst_init_check(nullptr, nullptr, nullptr)) return false;
+  GstElementFactory* playbin = gst_element_factory_find("playbin");
+  if (playbin != nullptr) gst_object_unref(playbin);
+  return playbin != nullptr;
+}
+
+// Waits (at most 30 s, on this thread) until `condition` holds; nothing is asserted about time.
+template <class Condition>
+bool eventually(Condition condition) {
+  for (int i = 0; i < 3000; ++i) {
+    if (condition()) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return condition();
+}
+
 class GStreamerMediaPlayerTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    factory = platform::makeGStreamerMediaPlayers(loop, center, {"fakesink sync=true", [this] { ++firstBuffers; }});
-    if (!factory) GTEST_SKIP() << "GStreamer with playbin is not installed";
+    // The first call sets GStreamer up, which must not complain (a GLib critical is a misuse).
+    ::testing::internal::CaptureStderr();
+    factory = platform::makeGStreamerMediaPlayers(mainThread, center, {"fakesink sync=true", [this] { ++firstBuffers; }});
+    EXPECT_EQ(::testing::internal::GetCapturedStderr().find("CRITICAL"), std::string::npos);
+    if (!playbinInstalled()) GTEST_SKIP() << "GStreamer with playbin is not installed";
+    ASSERT_TRUE(factory);
     player = factory->makePlayer();
     observation = player->observeRate([this](float rate) { rates.push_back(rate); });
     token = center->addObserver(std::nullopt, nullptr, [this](const platform::Notification& n) {
@@ -61,7 +96,8 @@ class GStreamerMediaPlayerTest : public ::testing::Test {
     quitOnReport = true;
   }
 
-  std::shared_ptr<platform::RunLoop> loop = std::make_shared<platform::RunLoop>();
+  std::shared_ptr<CountingMainThread> mainThread = std::make_shared<CountingMainThread>();
+  std::shared_ptr<platform::RunLoop> loop = mainThread->loop;
   std::shared_ptr<platform::NotificationCenter> center = platform::makeNotificationCenter();
   std::atomic<int> firstBuffers{0};
   std::shared_ptr<platform::MediaPlayerFactory> factory;
@@ -93,6 +129,12 @@ TEST_F(GStreamerMediaPlayerTest, AClipPlaysToItsEndAndAgainAfterARewindFromAFile
     EXPECT_GT(player->currentTime(), std::chrono::milliseconds(100));
     // The sink sees every buffer before the end it reports, so the count is final at each end.
     EXPECT_EQ(firstBuffers.load(), 1);
+    if (url != server.url()) {
+      // At its end the item is paused: a seek elsewhere than its start plays nothing by itself.
+      player->seek(std::chrono::milliseconds(100));
+      keepRunning();
+      EXPECT_EQ(reports, std::vector<std::string>{kEnd});
+    }
     const std::size_t requestsOfTheFirstPlay = server.requests();
     player->seek(std::chrono::seconds(0));
     playToAReport();
@@ -108,7 +150,7 @@ TEST_F(GStreamerMediaPlayerTest, AClipPlaysToItsEndAndAgainAfterARewindFromAFile
 }
 
 // Whatever breaks, the failure is reported once, with a reason, and nothing opens the address
-// again until the app plays it; then the player tries it afresh.
+// again until the app plays it (not a pause, not a seek); then the player tries it afresh.
 TEST_F(GStreamerMediaPlayerTest, WhatCannotBePlayedFailsOnceAndIsOpenedAgainOnlyWhenPlayed) {
   const std::string text = "this is text, not sound\n";
   const std::string notAudio = ::testing::TempDir() + "gst_not_audio.txt";
@@ -132,6 +174,8 @@ TEST_F(GStreamerMediaPlayerTest, WhatCannotBePlayedFailsOnceAndIsOpenedAgainOnly
     player->replaceCurrentItem(factory->makeItem(*Url::parse(row.server ? row.server->url() : row.url)));
     playToAReport();
     const std::size_t requests = row.server ? row.server->requests() : 0;
+    player->pause();
+    player->seek(std::chrono::milliseconds(100));
     keepRunning();
     EXPECT_EQ(reports, std::vector<std::string>{kFailed});
     EXPECT_EQ(player->rate(), 0.0f);
@@ -142,6 +186,32 @@ TEST_F(GStreamerMediaPlayerTest, WhatCannotBePlayedFailsOnceAndIsOpenedAgainOnly
       EXPECT_GT(row.server->requests(), requests);
     }
   }
+}
+
+// A new item, still paused, loads at once: it prerolls and knows its length before any play. The
+// end that the previous item reported just before it was replaced is not the new item's.
+TEST_F(GStreamerMediaPlayerTest, ANewItemLoadsPausedAndHearsNothingOfThePreviousOne) {
+  const Url clip = *Url::parse("file://" + test::writeClip("gst_short.wav", 0.2));
+  player->replaceCurrentItem(factory->makeItem(clip));
+  ASSERT_TRUE(eventually([&] { return player->duration().has_value(); }));
+  EXPECT_EQ(player->duration(), std::chrono::milliseconds(200));
+  EXPECT_EQ(player->rate(), 0.0f);
+
+  player->play();
+  ASSERT_TRUE(eventually([&] { return mainThread->posted.load() > 0; }));  // its end, still queued
+  player->replaceCurrentItem(factory->makeItem(*Url::parse("file://" + test::writeClip("gst_long.wav", 5.0))));
+  player->pause();
+  loop->runUntilIdle();
+  EXPECT_EQ(reports, std::vector<std::string>{});
+  EXPECT_EQ(rates, (std::vector<float>{0.0f, 1.0f, 0.0f}));
+  player->replaceCurrentItem(nullptr);
+}
+
+// A sink description that names no element makes no players.
+TEST(GStreamerMediaPlayers, AnUnknownSinkMakesNoPlayers) {
+  EXPECT_EQ(platform::makeGStreamerMediaPlayers(std::make_shared<platform::RunLoop>(), platform::makeNotificationCenter(),
+                                                {"applogic-no-such-sink"}),
+            nullptr);
 }
 
 }  // namespace

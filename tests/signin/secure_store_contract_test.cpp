@@ -2,6 +2,7 @@
 // agree. The keyring runs only inside scripts/with-test-keyring (a private bus and a throw-away
 // keyring); elsewhere its tests skip, or fail when APPLOGIC_REQUIRE_KEYRING=1.
 #include <gtest/gtest.h>
+#include <libsecret/secret.h>
 #include <poll.h>
 #include <sqlite3.h>
 #include <sys/resource.h>
@@ -207,6 +208,39 @@ TEST(LibsecretSecureStore, ChosenKeyringOutOfReachAnswersNotAvailableWithoutFall
   EXPECT_FALSE(fs::exists(sqliteFile));
 }
 
+// Items that another program wrote under this store's name rank by their order numbers (as
+// numbers), not by their places in the keyring, within the class asked for; an attribute outside
+// the store's own does not stop an update.
+TEST(LibsecretSecureStore, ItemsWrittenElsewhereRankByOrderAndTakeUpdates) {
+  SKIP_WITHOUT_KEYRING();
+  Keyring keyring;
+  SecretSchema elsewhere{};
+  elsewhere.name = "app.tunevo.SecureItem";
+  int next = 0;
+  for (const char* name : {"store", "class", "service", "order", "note"}) {
+    elsewhere.attributes[next++] = SecretSchemaAttribute{name, SECRET_SCHEMA_ATTRIBUTE_STRING};
+  }
+  struct Written {
+    const char *service, *itemClass, *order;
+  };
+  for (const auto& [service, itemClass, order] :
+       {Written{"late", "genp", "10"}, Written{"early", "genp", "9"}, Written{"of another class", "inet", "1"}}) {
+    GError* error = nullptr;
+    const bool stored = secret_password_store_sync(&elsewhere, SECRET_COLLECTION_DEFAULT, service, "secret", nullptr,
+                                                   &error, "store", keyring.name.c_str(), "class", itemClass, "service",
+                                                   service, "order", order, "note", "written elsewhere", nullptr);
+    const std::string why = error ? error->message : "";
+    g_clear_error(&error);
+    ASSERT_TRUE(stored) << why;
+  }
+  const auto store = keyring.make();
+  SecureItem first;
+  ASSERT_EQ(store->copyMatching({kGeneric, {}, {}, {}}, SecureItemReturn::attributes, &first), status::kSuccess);
+  EXPECT_EQ(first.service, "early");
+  EXPECT_EQ(store->update(query("late"), {std::nullopt, std::nullopt, kWhenUnlocked, std::nullopt}), status::kSuccess);
+  EXPECT_EQ(held(*store, "late"), (SecureItem{kGeneric, "late", kWhenUnlocked, Bytes{'s', 'e', 'c', 'r', 'e', 't'}}));
+}
+
 // --- The SQLite port's own promises -----------------------------------------------------------
 
 // A new file is made private whatever the umask, and an existing file with a wider mode is
@@ -236,6 +270,17 @@ TEST(SqliteSecureStore, FileIsPrivateInWalModeAndMadeWhereItCanBe) {
   fs::remove(blocker);
   EXPECT_EQ(store->add(item("1", {1})), status::kSuccess);
   EXPECT_EQ(platform::makeSqliteSecureStore({})->remove(query("1")), status::kNotAvailable);
+}
+
+// With standard input closed, the store's file may open as descriptor 0: a file like any other.
+TEST(SqliteSecureStore, OpensWithStandardInputClosed) {
+  ScratchDirectory directory;
+  const int input = ::dup(0);
+  ASSERT_EQ(::close(0), 0);
+  const auto added = platform::makeSqliteSecureStore(directory.path / "store.sqlite3")->add(item("1", {1}));
+  ::dup2(input, 0);
+  ::close(input);
+  EXPECT_EQ(added, status::kSuccess);
 }
 
 // A fault of the file system or of another process, met by a store in a child process (faults

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <deque>
 #include <future>
+#include <limits>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -294,14 +295,16 @@ class Core {
       }
       for (auto& command : commands) command();
       if (stop) break;
-      int running = 0;
+      int running;  // libcurl's count of live transfers; the worker needs only the messages below
       curl_multi_perform(multi_, &running);
       int left = 0;
       while (CURLMsg* message = curl_multi_info_read(multi_, &left)) {
         if (message->msg == CURLMSG_DONE) complete(message->easy_handle, message->data.result);
       }
       flushDeliveries();
-      curl_multi_poll(multi_, nullptr, 0, 1000, nullptr);
+      // Until a socket or one of libcurl's timers needs the worker, or a command wakes it: an idle
+      // client does not wake up at all.
+      curl_multi_poll(multi_, nullptr, 0, std::numeric_limits<int>::max(), nullptr);
     }
     for (auto& [id, transfer] : transfers_) curl_multi_remove_handle(multi_, transfer->easy);
     transfers_.clear();
@@ -388,8 +391,8 @@ class Core {
   static std::size_t onHeader(char* buffer, std::size_t size, std::size_t count, void* user) {
     auto& transfer = *static_cast<Transfer*>(user);
     const std::size_t length = size * count;
-    std::string_view line(buffer, length);
-    while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.remove_suffix(1);
+    // Names and values are trimmed of blanks, CR and LF below; a line of those alone matches nothing.
+    const std::string_view line(buffer, length);
     if (line.starts_with("HTTP/")) {
       transfer.received.clear();
     } else if (!line.empty() && (line.front() == ' ' || line.front() == '\t')) {
@@ -456,9 +459,8 @@ class Core {
     } else {
       std::string description = transfer->errorBuffer[0] ? transfer->errorBuffer : curl_easy_strerror(result);
       // libcurl's text says "Couldn't connect to server"; the system's reason says why.
-      long systemError = 0;
-      curl_easy_getinfo(easy, CURLINFO_OS_ERRNO, &systemError);
-      if (systemError != 0) description += " (" + std::string(std::strerror(static_cast<int>(systemError))) + ")";
+      long systemError;
+      if (curl_easy_getinfo(easy, CURLINFO_OS_ERRNO, &systemError) == CURLE_OK && systemError != 0) description += " (" + std::string(std::strerror(static_cast<int>(systemError))) + ")";
       postFailure(transfer->delivery, makeHttpError(errorCodeFor(result), std::move(description)));
     }
     curl_multi_remove_handle(multi_, easy);

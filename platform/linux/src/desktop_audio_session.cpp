@@ -146,8 +146,9 @@ class DesktopAudioSession::SoundServer {
   }
 
   ~SoundServer() {
-    // After stop the loop's thread has ended: no callback runs any more.
-    if (started_) pa_threaded_mainloop_stop(loop_);
+    // After stop the loop's thread has ended: no callback runs any more. (Stopping a loop that
+    // never started does nothing.)
+    pa_threaded_mainloop_stop(loop_);
     if (context_ != nullptr) {
       pa_context_disconnect(context_);
       pa_context_unref(context_);
@@ -167,7 +168,6 @@ class DesktopAudioSession::SoundServer {
     // No autospawn: a host that plays previews must not start a sound server of its own.
     if (pa_context_connect(context_, nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr) < 0) return false;
     if (pa_threaded_mainloop_start(loop_) < 0) return false;
-    started_ = true;
     std::unique_lock lock(mutex_);
     answered_.wait_for(lock, patience, [&] { return outcome_ != Outcome::waiting; });
     return outcome_ == Outcome::answered;
@@ -283,7 +283,6 @@ class DesktopAudioSession::SoundServer {
   const Listener listener_;
   pa_threaded_mainloop* const loop_;
   pa_context* context_ = nullptr;
-  bool started_ = false;
   // On the loop's thread only.
   bool reading_ = false;
   bool readAgain_ = false;

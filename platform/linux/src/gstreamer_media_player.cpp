@@ -143,15 +143,12 @@ class GStreamerPlayer final : public MediaPlayer, public std::enable_shared_from
 
   // After a failure only `play` opens the address again (from its start): the app asked for it.
   void play() override {
-    bool hasItem = false;
-    bool held = false;
-    {
-      std::lock_guard lock(mutex_);
-      hasItem = item_ != nullptr;
-      held = buffering_ && waits_;
-      if (hasItem) loaded_ = true;
-      ended_ = false;
-    }
+    std::unique_lock lock(mutex_);
+    const bool hasItem = item_ != nullptr;
+    const bool held = buffering_ && waits_;
+    if (hasItem) loaded_ = true;
+    ended_ = false;
+    lock.unlock();
     if (hasItem && !held) gst_element_set_state(playbin_, GST_STATE_PLAYING);
     changeRate(1.0f);
   }
@@ -276,16 +273,12 @@ class GStreamerPlayer final : public MediaPlayer, public std::enable_shared_from
 
   // On the main thread.
   void handle(Report report, std::uint64_t generation, const std::string& reason) {
-    std::shared_ptr<MediaPlayerItem> item;
-    bool playing = false;
-    bool waits = false;
-    {
-      std::lock_guard lock(mutex_);
-      if (generation != generation_->load() || !item_) return;
-      item = item_;
-      playing = rate_ > 0.0f;
-      waits = waits_;
-    }
+    std::unique_lock state(mutex_);
+    if (generation != generation_->load() || !item_) return;
+    const std::shared_ptr<MediaPlayerItem> item = item_;
+    const bool playing = rate_ > 0.0f;
+    const bool waits = waits_;
+    state.unlock();
     switch (report) {
       case Report::end:
         gst_element_set_state(playbin_, GST_STATE_PAUSED);
@@ -329,13 +322,13 @@ class GStreamerPlayer final : public MediaPlayer, public std::enable_shared_from
   }
 
   // Drops the pipeline's stream; reports it made before carry the old generation and are dropped.
+  // (`ended_` may stay: it is read only while loaded, and whatever loads again clears it.)
   void unload() {
     static_cast<void>(duration());
     gst_element_set_state(playbin_, GST_STATE_NULL);
     generation_->fetch_add(1);
     std::lock_guard lock(mutex_);
     loaded_ = false;
-    ended_ = false;
     buffering_ = false;
   }
 
