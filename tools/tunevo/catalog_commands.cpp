@@ -273,8 +273,7 @@ int preview(Catalog& catalog, const std::string& trackId) {
   std::optional<Track> track;
   if (const int status = catalog.one(controller.getTrack(trackId), track); status != kExitOk) return status;
   std::cout << "\"" << track->name << "\" by " << track->artistName << ": " << track->previewURL << "\n";
-  auto& host = const_cast<platform::LinuxPlatform&>(catalog.session().host());
-  return playPreview(host, *track, "preview", catalog.options().sink);
+  return playPreview(catalog.session().host(), *track, "preview", catalog.options().sink);
 }
 
 int dispatch(std::string_view name, Catalog& catalog) {

@@ -250,7 +250,7 @@ class Demo {
     // Fetching the preview from its start is a play: the service pushes the user's new history,
     // which may arrive while the clip plays.
     const std::size_t before = updates_;
-    if (!showAudio(out_, err_, const_cast<platform::LinuxPlatform&>(app_.session().host()), topTrack_,
+    if (!showAudio(out_, err_, app_.session().host(), topTrack_,
                    app_.audioDevice())) {
       ok_ = false;
       return;

@@ -117,6 +117,7 @@ class SignInSession {
   std::shared_ptr<applogic::services::AccessTokenSource> accessTokens() const;
   /// The Linux platform the session runs on.
   const applogic::platform::LinuxPlatform& host() const { return host_; }
+  applogic::platform::LinuxPlatform& host() { return host_; }
 
   /// Whether the store holds a refresh token (false too when it cannot be read).
   bool holdsRefreshToken() const;
