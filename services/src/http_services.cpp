@@ -252,10 +252,7 @@ Result<HttpServices> makeHttpServices(ServiceConfiguration configuration) {
                                                {{std::string(kServiceErrorMessageKey),
                                                  "The music service needs an access-token source."}}});
   }
-  Result<std::shared_ptr<ServiceCore>> core = ServiceCore::make(CoreOptions{
-      std::move(configuration.baseUrl), std::move(configuration.http), std::move(configuration.mainThread),
-      std::move(configuration.accessTokens), configuration.requestTimeout, configuration.reconnect, musicErrorMessage,
-      std::move(configuration.paths)});
+  Result<std::shared_ptr<ServiceCore>> core = ServiceCore::make(CoreOptions{std::move(configuration), musicErrorMessage});
   if (!core) return Result<HttpServices>::failure(core.error());
   const std::shared_ptr<ServiceCore>& shared = core.value();
   return Result<HttpServices>::success(HttpServices{
@@ -268,9 +265,9 @@ Result<HttpServices> makeHttpServices(ServiceConfiguration configuration) {
 // ---- Giphy ----
 
 Result<std::shared_ptr<HttpGiphyService>> HttpGiphyService::make(GiphyConfiguration configuration) {
-  Result<std::shared_ptr<ServiceCore>> core = ServiceCore::make(
-      CoreOptions{std::move(configuration.baseUrl), std::move(configuration.http), std::move(configuration.mainThread),
-                  nullptr, configuration.requestTimeout, ReconnectPolicy{}, giphyErrorMessage});
+  ServiceConfiguration service{std::move(configuration.baseUrl), std::move(configuration.http),
+                               std::move(configuration.mainThread), nullptr, configuration.requestTimeout};
+  Result<std::shared_ptr<ServiceCore>> core = ServiceCore::make(CoreOptions{std::move(service), giphyErrorMessage});
   if (!core) return Result<std::shared_ptr<HttpGiphyService>>::failure(core.error());
   return Result<std::shared_ptr<HttpGiphyService>>::success(
       std::make_shared<HttpGiphyService>(core.value(), std::move(configuration.apiKey)));

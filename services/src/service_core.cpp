@@ -544,16 +544,17 @@ Result<std::shared_ptr<ServiceCore>> ServiceCore::make(CoreOptions options) {
     return Result<std::shared_ptr<ServiceCore>>::failure(
         Error{std::string(kServiceErrorDomain), 0, {{std::string(kServiceErrorMessageKey), std::move(message)}}});
   };
-  if (!options.http || !options.mainThread) return invalid("The service needs an HTTP client and a main thread.");
-  const std::string_view base = options.baseUrl;
+  const ServiceConfiguration& service = options.service;
+  if (!service.http || !service.mainThread) return invalid("The service needs an HTTP client and a main thread.");
+  const std::string_view base = service.baseUrl;
   if (!(base.starts_with("https://") || base.starts_with("http://")) || base.ends_with('/')) {
-    return invalid("The base address \"" + options.baseUrl + "\" is not an absolute http(s) address without a trailing /.");
+    return invalid("The base address \"" + service.baseUrl + "\" is not an absolute http(s) address without a trailing /.");
   }
   return Result<std::shared_ptr<ServiceCore>>::success(std::make_shared<ServiceCore>(std::move(options)));
 }
 
 ServiceCore::ServiceCore(CoreOptions options)
-    : options_(std::move(options)), timer_(std::make_unique<Timer>(options_.mainThread)), calls_(std::make_unique<Calls>()) {}
+    : options_(std::move(options)), timer_(std::make_unique<Timer>(options_.service.mainThread)), calls_(std::make_unique<Calls>()) {}
 
 ServiceCore::~ServiceCore() {
   // The calls still running are cancelled with their connections; their subscribers hear nothing
@@ -568,7 +569,7 @@ ServiceCore::~ServiceCore() {
 }
 
 std::string ServiceCore::urlOf(const ServiceRequest& request) const {
-  std::string url = options_.baseUrl + request.path;
+  std::string url = options_.service.baseUrl + request.path;
   char separator = '?';
   for (const auto& [name, value] : request.query) {
     url += separator;
@@ -581,10 +582,10 @@ std::string ServiceCore::urlOf(const ServiceRequest& request) const {
 }
 
 void ServiceCore::onMainThread(std::function<void()> task) const {
-  if (options_.mainThread->isMainThread()) {
+  if (options_.service.mainThread->isMainThread()) {
     task();
   } else {
-    options_.mainThread->post(std::move(task));
+    options_.service.mainThread->post(std::move(task));
   }
 }
 

@@ -44,16 +44,10 @@ using LastPageTest = std::function<bool(const Json& answer, int offset)>;
 using PageRequest = std::function<ServiceRequest(int offset)>;
 
 struct CoreOptions {
-  std::string baseUrl;
-  std::shared_ptr<platform::HttpClient> http;
-  std::shared_ptr<platform::MainThread> mainThread;
-  /// Null: requests carry no token (the Giphy API).
-  std::shared_ptr<AccessTokenSource> accessTokens;
-  std::chrono::seconds requestTimeout{30};
-  ReconnectPolicy reconnect{};
+  /// Here `accessTokens` may be null: requests then carry no token (the Giphy API).
+  ServiceConfiguration service;
   /// The server's message in an error answer, when it has one.
   std::function<std::optional<std::string>(const Json& answer)> errorMessage;
-  ServicePaths paths{};
 };
 
 /// `pattern` with its "{id}" (or "{type}") replaced by `id`, percent-encoded.
@@ -82,7 +76,7 @@ class ServiceCore : public std::enable_shared_from_this<ServiceCore> {
   rx::Observable<UserResultUpdate> updates(std::string topic);
 
   // --- for the calls ---
-  const CoreOptions& options() const { return options_; }
+  const ServiceConfiguration& options() const { return options_.service; }
   std::string urlOf(const ServiceRequest& request) const;
   /// Runs `task` on the main thread: at once when called there, otherwise posted.
   void onMainThread(std::function<void()> task) const;
