@@ -112,7 +112,9 @@ TEST(UnreadableArchive, GivesNoObject) {
         R"({"$class":"AIAccessToken","expirationDate":1e10})",
         R"({"$class":"AIToken","localTimeStamp":-1e10})",
         R"({"$class":"AIAccessToken","scopes":"profile"})", R"({"$class":"AIRefreshToken","scopes":[1]})",
-        R"({"$class":"AIProfileData","profile":[]})", R"({"$class":"AIToken"} trailing)"}) {
+        R"({"$class":"AIProfileData","profile":[]})", R"({"$class":"AIToken"} trailing)",
+        // A number beyond a double reads as infinity, which no archive can be written back with.
+        R"({"$class":"AIProfileData","profile":{"user_id":"u","seen":1e999}})"}) {
     EXPECT_EQ(AIToken::unarchiveFromNSData(bytes(archive)), nullptr) << archive;
   }
 }

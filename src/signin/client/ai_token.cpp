@@ -53,11 +53,26 @@ std::vector<std::uint8_t> AIToken::getValue() const {
   return std::vector<std::uint8_t>(text.begin(), text.end());
 }
 
+namespace {
+
+// Whether every number in `value` can be written back: a number too large for a double (1e999)
+// reads as infinity, which an archive cannot hold, so a token holding one could not be read again.
+bool writableNumbers(const Json& value) {
+  if (const double* number = value.if_double()) return std::isfinite(*number);
+  if (const JsonObject* object = value.if_object()) {
+    return std::all_of(object->begin(), object->end(), [](const auto& member) { return writableNumbers(member.value()); });
+  }
+  if (const JsonArray* array = value.if_array()) return std::all_of(array->begin(), array->end(), writableNumbers);
+  return true;
+}
+
+}  // namespace
+
 std::unique_ptr<AIToken> AIToken::unarchiveFromNSData(std::span<const std::uint8_t> data) {
   boost::system::error_code error;
   const Json parsed =
       boost::json::parse(std::string_view(reinterpret_cast<const char*>(data.data()), data.size()), error);
-  if (error) return nullptr;
+  if (error || !writableNumbers(parsed)) return nullptr;
   const JsonObject* archive = parsed.if_object();
   if (archive == nullptr) return nullptr;
   const auto className = json::string(*archive, kClassKey);
