@@ -61,7 +61,7 @@ class Catalog : public ::testing::Test {
   bool pumpUntil(Condition done) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
     while (!done()) {
-      if (mainThread->runPending() == 0) {
+      if (mainThread->runUntilIdle() == 0) {
         if (std::chrono::steady_clock::now() > deadline) return false;
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
       }
@@ -76,7 +76,7 @@ class Catalog : public ::testing::Test {
   }
 
   std::unique_ptr<emulator::CatalogServer> server;
-  std::shared_ptr<testing::ManualMainThread> mainThread = std::make_shared<testing::ManualMainThread>();
+  std::shared_ptr<platform::RunLoop> mainThread = std::make_shared<platform::RunLoop>();
   // The first token is one the service does not know: every client starts with a refresh.
   std::shared_ptr<CountingTokenSource> tokens =
       std::make_shared<CountingTokenSource>(std::vector<std::string>{"stale-token", kGood});
@@ -197,7 +197,7 @@ TEST_F(Catalog, DisposingARequestClosesItOnTheServer) {
   ASSERT_TRUE(pumpUntil([&] { return requestsTo("/v1/tracks/top") > asked; }));
   pending->subscription.dispose();
   ASSERT_TRUE(pumpUntil([&] { return server->abandonedRequests() == 1; }));
-  mainThread->runPending();
+  mainThread->runUntilIdle();
   EXPECT_FALSE(pending->ended());
 }
 
@@ -212,7 +212,7 @@ TEST_F(Catalog, UpdatesArriveAcrossADroppedConnection) {
   EXPECT_TRUE(updates->values[0].result.ok());
   EXPECT_FALSE(updates->ended());
   updates->subscription.dispose();
-  mainThread->runPending();
+  mainThread->runUntilIdle();
 }
 
 TEST_F(Catalog, GiphyPicturesComeWithTheApiKey) {

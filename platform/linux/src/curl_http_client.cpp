@@ -1,6 +1,7 @@
 #include "applogic/platform/curl_http_client.h"
 
 #include <curl/curl.h>
+#include <poll.h>
 #include <openssl/err.h>
 #include <openssl/pem.h>
 #include <openssl/ssl.h>
@@ -10,12 +11,10 @@
 #include <atomic>
 #include <cstdio>
 #include <cstring>
-#include <deque>
-#include <future>
 #include <limits>
 #include <mutex>
+#include <set>
 #include <string>
-#include <thread>
 #include <type_traits>
 #include <unordered_map>
 
@@ -28,8 +27,8 @@ namespace {
 
 constexpr long kMaxRedirects = 16;
 
-// The main-thread side of one request: only the handlers. The connection owns it; tasks posted by
-// the worker hold it weakly, so a destroyed connection (or one destroyed by its own handler) gets
+// The handlers of one request. The connection owns them; the handler calls queued for the main
+// thread hold them weakly, so a destroyed connection (or one destroyed by its own handler) gets
 // nothing more.
 struct Delivery {
   HttpHandlers handlers;
@@ -80,13 +79,14 @@ bool isTokenChar(char c) {
 bool isToken(std::string_view text) { return !text.empty() && std::all_of(text.begin(), text.end(), isTokenChar); }
 
 // What makes a request unsendable, checked before libcurl sees it: libcurl would send a header
-// value with CR/LF as given, splitting it into two headers.
-std::optional<Error> problemWith(const HttpRequest& request) {
+// value with CR/LF as given, splitting it into two headers. Sets `overTls` for an https address.
+std::optional<Error> problemWith(const HttpRequest& request, bool& overTls) {
   const auto uri = boost::urls::parse_uri(request.url);
   const std::string scheme = uri ? asciiLowercase(uri->scheme()) : std::string();
   if (!uri || (scheme != "http" && scheme != "https") || uri->encoded_host().empty()) {
     return makeHttpError(HttpErrorCode::badUrl, "not an absolute http or https address: \"" + request.url + "\"");
   }
+  overTls = scheme == "https";
   if (!isToken(request.method)) {
     return makeHttpError(HttpErrorCode::invalidRequest, "not a request method: \"" + request.method + "\"");
   }
@@ -96,11 +96,6 @@ std::optional<Error> problemWith(const HttpRequest& request) {
     }
   }
   return std::nullopt;
-}
-
-bool isHttps(std::string_view url) {
-  const auto uri = boost::urls::parse_uri(url);
-  return uri && asciiLowercase(uri->scheme()) == "https";
 }
 
 std::string_view trimBlanks(std::string_view text) {
@@ -155,7 +150,7 @@ void initializeCurlOnce() {
 
 class Core;
 
-// The worker's side of one request.
+// libcurl's side of one request.
 struct Transfer {
   std::uint64_t id = 0;
   HttpRequest request;
@@ -175,13 +170,23 @@ struct Transfer {
   }
 };
 
-class Core {
+// Everything libcurl does happens on the main thread, woken by the run loop when one of libcurl's
+// sockets or its timer needs it: an answer costs no hand-off between threads, and handler calls
+// need no lock. Only the cookie jar is also read from other threads, under libcurl's share locks.
+class Core : public std::enable_shared_from_this<Core> {
  public:
-  Core(std::shared_ptr<MainThread> mainThread, const CurlHttpOptions& options) : mainThread_(std::move(mainThread)) {
+  Core(std::shared_ptr<RunLoop> loop, const CurlHttpOptions& options) : loop_(std::move(loop)) {
     initializeCurlOnce();
     if (options.caFile) loadCaFile(*options.caFile);
     multi_ = curl_multi_init();
+    curl_multi_setopt(multi_, CURLMOPT_SOCKETFUNCTION, &Core::onSocketChange);
+    curl_multi_setopt(multi_, CURLMOPT_SOCKETDATA, this);
+    curl_multi_setopt(multi_, CURLMOPT_TIMERFUNCTION, &Core::onTimerChange);
+    curl_multi_setopt(multi_, CURLMOPT_TIMERDATA, this);
     share_ = curl_share_init();
+    curl_share_setopt(share_, CURLSHOPT_LOCKFUNC, &Core::lockShared);
+    curl_share_setopt(share_, CURLSHOPT_UNLOCKFUNC, &Core::unlockShared);
+    curl_share_setopt(share_, CURLSHOPT_USERDATA, this);
     curl_share_setopt(share_, CURLSHOPT_SHARE, CURL_LOCK_DATA_COOKIE);
     cookieHandle_ = curl_easy_init();
     curl_easy_setopt(cookieHandle_, CURLOPT_SHARE, share_);
@@ -190,7 +195,11 @@ class Core {
   ~Core() {
     shutdown();
     curl_easy_cleanup(cookieHandle_);
+    // The cached connections' sockets close here; the loop stops watching them below.
+    curl_multi_setopt(multi_, CURLMOPT_SOCKETFUNCTION, nullptr);
+    curl_multi_setopt(multi_, CURLMOPT_TIMERFUNCTION, nullptr);
     curl_multi_cleanup(multi_);
+    for (const int fd : watched_) loop_->unwatch(fd);
     curl_share_cleanup(share_);
     for (X509* certificate : caCertificates_) X509_free(certificate);
   }
@@ -198,28 +207,27 @@ class Core {
   Core(const Core&) = delete;
   Core& operator=(const Core&) = delete;
 
-  // Main thread: no handler runs after this; the worker stops with every transfer unreported.
+  // Main thread: no handler runs after this, and every transfer ends unreported.
   void shutdown() {
     alive_->store(false);
-    {
-      std::lock_guard lock(mutex_);
-      if (stopping_) return;
-      stopping_ = true;
-    }
-    curl_multi_wakeup(multi_);
-    if (worker_.joinable()) worker_.join();
+    for (auto& [id, transfer] : transfers_) curl_multi_remove_handle(multi_, transfer->easy);
+    transfers_.clear();
+    deliveries_.clear();
+    if (timer_) loop_->cancelTimer(*timer_);
+    timer_.reset();
   }
 
   std::uint64_t add(HttpRequest request, std::weak_ptr<Delivery> delivery) {
-    const std::uint64_t id = nextId_.fetch_add(1);
-    push([this, id, request = std::move(request), delivery = std::move(delivery)]() mutable {
+    const std::uint64_t id = ++nextId_;
+    onMainThread([this, id, request = std::move(request), delivery = std::move(delivery)]() mutable {
       begin(id, std::move(request), std::move(delivery));
+      flushDeliveries();
     });
     return id;
   }
 
   void cancel(std::uint64_t id) {
-    push([this, id] {
+    onMainThread([this, id] {
       const auto found = transfers_.find(id);
       if (found == transfers_.end()) return;
       curl_multi_remove_handle(multi_, found->second->easy);
@@ -228,86 +236,94 @@ class Core {
   }
 
   std::vector<HttpCookie> cookiesForUrl(std::string_view url) {
-    return callOnWorker([this, url] {
-      std::vector<HttpCookie> cookies;
-      for (const auto& line : cookieLines()) {
-        auto cookie = parseCookieLine(line);
-        if (cookie && !isExpired(*cookie) && cookieWouldBeSentTo(*cookie, url)) cookies.push_back(std::move(*cookie));
-      }
-      return cookies;
-    });
+    std::vector<HttpCookie> cookies;
+    for (const auto& line : cookieLines()) {
+      auto cookie = parseCookieLine(line);
+      if (cookie && !isExpired(*cookie) && cookieWouldBeSentTo(*cookie, url)) cookies.push_back(std::move(*cookie));
+    }
+    return cookies;
   }
 
   std::size_t deleteCookiesForUrl(std::string_view url) {
-    return callOnWorker([this, url] {
-      // libcurl deletes no single cookie, so the jar is emptied and what stays is added back in
-      // the form libcurl listed it. Nothing runs in between: transfers move only on this thread.
-      std::vector<std::string> kept;
-      std::size_t deleted = 0;
-      const auto lines = cookieLines();
-      for (const auto& line : lines) {
-        const auto cookie = parseCookieLine(line);
-        if (cookie && !isExpired(*cookie) && cookieWouldBeSentTo(*cookie, url)) {
-          ++deleted;
-        } else {
-          kept.push_back(line);
-        }
+    // libcurl deletes no single cookie, so the jar is emptied and what stays is added back in the
+    // form libcurl listed it, all under the jar's lock: no transfer sees the jar in between.
+    std::lock_guard handle(cookieHandleMutex_);
+    std::lock_guard jar(sharedLocks_[CURL_LOCK_DATA_COOKIE]);
+    std::vector<std::string> kept;
+    std::size_t deleted = 0;
+    for (const auto& line : cookieLinesLocked()) {
+      const auto cookie = parseCookieLine(line);
+      if (cookie && !isExpired(*cookie) && cookieWouldBeSentTo(*cookie, url)) {
+        ++deleted;
+      } else {
+        kept.push_back(line);
       }
-      if (deleted == 0) return deleted;
-      curl_easy_setopt(cookieHandle_, CURLOPT_COOKIELIST, "ALL");
-      for (const auto& line : kept) curl_easy_setopt(cookieHandle_, CURLOPT_COOKIELIST, line.c_str());
-      return deleted;
-    });
+    }
+    if (deleted == 0) return deleted;
+    curl_easy_setopt(cookieHandle_, CURLOPT_COOKIELIST, "ALL");
+    for (const auto& line : kept) curl_easy_setopt(cookieHandle_, CURLOPT_COOKIELIST, line.c_str());
+    return deleted;
   }
 
  private:
-  // Any thread. Queues `command` for the worker, starting it the first time; false once stopping.
-  bool push(std::function<void()> command) {
-    {
-      std::lock_guard lock(mutex_);
-      if (stopping_) return false;
-      commands_.push_back(std::move(command));
-      if (!worker_.joinable()) worker_ = std::thread([this] { run(); });
-    }
-    curl_multi_wakeup(multi_);
-    return true;
-  }
-
-  // Runs `function` on the worker and waits for its result. Every command queued before the
-  // worker stops is run, so the promise is always kept.
+  // Runs `work` now on the main thread, or posts it there, where it runs while the client lives.
   template <typename F>
-  std::invoke_result_t<F> callOnWorker(F function) {
-    using Value = std::invoke_result_t<F>;
-    std::promise<Value> promise;
-    auto result = promise.get_future();
-    if (!push([&] { promise.set_value(function()); })) return Value{};
-    return result.get();
+  void onMainThread(F work) {
+    if (loop_->isMainThread()) return work();
+    loop_->post([weak = weak_from_this(), work = std::move(work)]() mutable {
+      if (const auto core = weak.lock(); core && core->alive_->load()) work();
+    });
   }
 
-  void run() {
-    for (;;) {
-      std::deque<std::function<void()>> commands;
-      bool stop = false;
-      {
-        std::lock_guard lock(mutex_);
-        commands.swap(commands_);
-        stop = stopping_;
-      }
-      for (auto& command : commands) command();
-      if (stop) break;
-      int running;  // libcurl's count of live transfers; the worker needs only the messages below
-      curl_multi_perform(multi_, &running);
-      int left = 0;
-      while (CURLMsg* message = curl_multi_info_read(multi_, &left)) {
-        if (message->msg == CURLMSG_DONE) complete(message->easy_handle, message->data.result);
-      }
-      flushDeliveries();
-      // Until a socket or one of libcurl's timers needs the worker, or a command wakes it: an idle
-      // client does not wake up at all.
-      curl_multi_poll(multi_, nullptr, 0, std::numeric_limits<int>::max(), nullptr);
+  // libcurl asks for a socket to be watched for `what`, or no longer (CURL_POLL_REMOVE).
+  static int onSocketChange(CURL*, curl_socket_t socket, int what, void* user, void*) {
+    auto& core = *static_cast<Core*>(user);
+    if (what == CURL_POLL_REMOVE) {
+      core.loop_->unwatch(socket);
+      core.watched_.erase(socket);
+      return 0;
     }
-    for (auto& [id, transfer] : transfers_) curl_multi_remove_handle(multi_, transfer->easy);
-    transfers_.clear();
+    const short events = static_cast<short>(((what & CURL_POLL_IN) ? POLLIN : 0) | ((what & CURL_POLL_OUT) ? POLLOUT : 0));
+    core.loop_->watch(socket, events, [weak = core.weak_from_this(), socket](short ready) {
+      const int mask = ((ready & POLLIN) ? CURL_CSELECT_IN : 0) | ((ready & POLLOUT) ? CURL_CSELECT_OUT : 0) |
+                       ((ready & (POLLERR | POLLHUP)) ? CURL_CSELECT_ERR : 0);
+      if (const auto alive = weak.lock()) alive->act(socket, mask);
+    });
+    core.watched_.insert(socket);
+    return 0;
+  }
+
+  // libcurl wants to be called in `timeoutMs` (0: as soon as possible), or no longer (-1).
+  static int onTimerChange(CURLM*, long timeoutMs, void* user) {
+    auto& core = *static_cast<Core*>(user);
+    if (core.timer_) core.loop_->cancelTimer(*core.timer_);
+    core.timer_.reset();
+    if (timeoutMs < 0) return 0;
+    core.timer_ = core.loop_->startTimer(RunLoop::Clock::now() + std::chrono::milliseconds(timeoutMs),
+                                         [weak = core.weak_from_this()] {
+                                           if (const auto alive = weak.lock()) {
+                                             alive->timer_.reset();
+                                             alive->act(CURL_SOCKET_TIMEOUT, 0);
+                                           }
+                                         });
+    return 0;
+  }
+
+  static void lockShared(CURL*, curl_lock_data data, curl_lock_access, void* user) {
+    static_cast<Core*>(user)->sharedLocks_[data].lock();
+  }
+  static void unlockShared(CURL*, curl_lock_data data, void* user) { static_cast<Core*>(user)->sharedLocks_[data].unlock(); }
+
+  // Lets libcurl move its transfers on `socket` (or its timer), then hands what ended to the
+  // handlers.
+  void act(curl_socket_t socket, int mask) {
+    int running;  // libcurl's count of live transfers; the messages below say which ended
+    curl_multi_socket_action(multi_, socket, mask, &running);
+    int left = 0;
+    while (CURLMsg* message = curl_multi_info_read(multi_, &left)) {
+      if (message->msg == CURLMSG_DONE) complete(message->easy_handle, message->data.result);
+    }
+    flushDeliveries();
   }
 
   void begin(std::uint64_t id, HttpRequest request, std::weak_ptr<Delivery> delivery) {
@@ -317,8 +333,9 @@ class Core {
     transfer->delivery = std::move(delivery);
     transfer->core = this;
     if (caError_) return postFailure(transfer->delivery, makeHttpError(HttpErrorCode::invalidRequest, *caError_));
-    if (auto problem = problemWith(transfer->request)) return postFailure(transfer->delivery, std::move(*problem));
-    transfer->overTls = isHttps(transfer->request.url);
+    if (auto problem = problemWith(transfer->request, transfer->overTls)) {
+      return postFailure(transfer->delivery, std::move(*problem));
+    }
     transfer->easy = curl_easy_init();
     if (!transfer->easy) {
       return postFailure(transfer->delivery, makeHttpError(HttpErrorCode::unknown, "libcurl could not make a transfer"));
@@ -328,6 +345,9 @@ class Core {
       return postFailure(transfer->delivery, makeHttpError(HttpErrorCode::unknown, "libcurl could not start a transfer"));
     }
     transfers_.emplace(transfer->id, std::move(transfer));
+    // libcurl has asked for its timer at once; moving the transfer now (connecting, or sending on a
+    // kept-alive connection) spares the loop a turn.
+    act(CURL_SOCKET_TIMEOUT, 0);
   }
 
   void configure(Transfer& transfer) {
@@ -498,8 +518,9 @@ class Core {
     });
   }
 
-  // Queues a handler call; the calls of one turn of the worker go to the main thread together,
-  // in order, so that an answer that arrived whole (head, body, end) wakes the main thread once.
+  // Queues a handler call; the calls of one turn of libcurl go to the main thread's queue together,
+  // in order. Handlers never run inside libcurl, or inside `start`: they may start, cancel and
+  // destroy anything.
   template <typename F>
   void post(const std::weak_ptr<Delivery>& target, F&& deliver) {
     deliveries_.push_back([target, deliver = std::forward<F>(deliver)]() mutable {
@@ -511,7 +532,7 @@ class Core {
 
   void flushDeliveries() {
     if (deliveries_.empty()) return;
-    mainThread_->post([alive = alive_, calls = std::exchange(deliveries_, {})]() mutable {
+    loop_->post([alive = alive_, calls = std::exchange(deliveries_, {})]() mutable {
       // Checked before each call: a handler may destroy the client.
       for (auto& call : calls) {
         if (!alive->load()) return;
@@ -520,28 +541,33 @@ class Core {
     });
   }
 
-  const std::shared_ptr<MainThread> mainThread_;
+  const std::shared_ptr<RunLoop> loop_;
   const std::shared_ptr<std::atomic<bool>> alive_ = std::make_shared<std::atomic<bool>>(true);
   std::vector<X509*> caCertificates_;
   std::optional<std::string> caError_;
   CURLM* multi_ = nullptr;
   CURLSH* share_ = nullptr;
-  // Reads and rewrites the shared cookie jar; never transfers anything.
+  // Reads and rewrites the shared cookie jar from any thread; never transfers anything.
   CURL* cookieHandle_ = nullptr;
+  std::mutex cookieHandleMutex_;
+  // libcurl's locks of what the share holds (the cookie jar, and the share itself). Recursive,
+  // because a rewrite of the jar holds its lock around libcurl's own.
+  std::recursive_mutex sharedLocks_[CURL_LOCK_DATA_LAST];
   std::atomic<std::uint64_t> nextId_{0};
 
-  // Handler calls not yet handed to the main thread; the worker's alone.
+  // Main thread only.
+  std::unordered_map<std::uint64_t, std::unique_ptr<Transfer>> transfers_;
+  std::set<int> watched_;
+  std::optional<RunLoop::TimerId> timer_;
+  // Handler calls not yet handed to the main thread's queue.
   std::vector<std::function<void()>> deliveries_;
 
-  std::mutex mutex_;
-  std::deque<std::function<void()>> commands_;
-  bool stopping_ = false;
-  std::thread worker_;
-
-  // Worker thread only.
-  std::unordered_map<std::uint64_t, std::unique_ptr<Transfer>> transfers_;
-
   std::vector<std::string> cookieLines() {
+    std::lock_guard handle(cookieHandleMutex_);
+    return cookieLinesLocked();
+  }
+
+  std::vector<std::string> cookieLinesLocked() {
     std::vector<std::string> lines;
     curl_slist* list = nullptr;
     if (curl_easy_getinfo(cookieHandle_, CURLINFO_COOKIELIST, &list) != CURLE_OK) return lines;
@@ -568,8 +594,8 @@ class CurlConnection final : public HttpConnection {
 
 class CurlHttpClient final : public HttpClient, public HttpCookieStore {
  public:
-  CurlHttpClient(std::shared_ptr<MainThread> mainThread, const CurlHttpOptions& options)
-      : core_(std::make_shared<Core>(std::move(mainThread), options)) {}
+  CurlHttpClient(std::shared_ptr<RunLoop> loop, const CurlHttpOptions& options)
+      : core_(std::make_shared<Core>(std::move(loop), options)) {}
   ~CurlHttpClient() override { core_->shutdown(); }
 
   std::unique_ptr<HttpConnection> start(HttpRequest request, HttpHandlers handlers) override {
@@ -588,8 +614,8 @@ class CurlHttpClient final : public HttpClient, public HttpCookieStore {
 
 }  // namespace
 
-std::shared_ptr<HttpClient> makeCurlHttpClient(std::shared_ptr<MainThread> mainThread, CurlHttpOptions options) {
-  return std::make_shared<CurlHttpClient>(std::move(mainThread), options);
+std::shared_ptr<HttpClient> makeCurlHttpClient(std::shared_ptr<RunLoop> loop, CurlHttpOptions options) {
+  return std::make_shared<CurlHttpClient>(std::move(loop), options);
 }
 
 }  // namespace applogic::platform

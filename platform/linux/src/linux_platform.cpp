@@ -42,7 +42,7 @@ LinuxPlatform makeLinuxPlatformWithRunLoop(const LinuxPlatformOptions& options) 
   platform.mediaPlayers = makeGStreamerMediaPlayers(platform.mainThread, platform.notificationCenter,
                                                     GStreamerMediaOptions{options.audioSink, {}, options.httpCaFile});
   platform.bundleInfo = makeAppManifestBundleInfo(options.appManifestPath.value_or(defaultAppManifestPath()));
-  platform.httpClient = makeCurlHttpClient(platform.mainThread, CurlHttpOptions{options.httpCaFile});
+  platform.httpClient = makeCurlHttpClient(runLoop, CurlHttpOptions{options.httpCaFile});
   platform.deviceInfo = std::make_shared<LinuxDeviceInfo>();
   platform.signInPresenter = makeBrowserSignInPresenter(options.browserCommand);
   return LinuxPlatform{std::move(platform), std::move(runLoop)};
