@@ -1,6 +1,6 @@
 // One catalog track over loopback HTTPS from the local catalog service: through
 // TracksDataController.getTrack, the HTTP service client and the Linux HTTP client (libcurl's
-// multi interface on its worker thread, answered on the run loop), against a bare libcurl easy
+// multi interface driven by the run loop), against a bare libcurl easy
 // request of the same answer with the same token, in the same run. Median and 99th percentile of
 // single calls; both keep their connection alive between calls. Target: the controller within
 // 1.3x of bare libcurl.
@@ -82,8 +82,8 @@ void BM_Baseline_BareCurl(benchmark::State& state) {
 }
 BENCHMARK(BM_Baseline_BareCurl)->Unit(benchmark::kMicrosecond);
 
-// The HTTP client alone, with the same request: what the run loop and the client's worker thread
-// add to bare libcurl, before the service client and the controller add theirs.
+// The HTTP client alone, with the same request: what the run loop and the client add to bare
+// libcurl, before the service client and the controller add theirs.
 void BM_HttpClientOnly(benchmark::State& state) {
   const Catalog catalog;
   const auto loop = std::make_shared<platform::RunLoop>();
@@ -131,7 +131,7 @@ void printSummary(const CounterReporter& report) {
   std::printf("  median %.1f us, bare libcurl %.1f us: %.2fx  target <= 1.3x: %s\n", *median, *base, ratio,
               ratio <= 1.3 ? "met" : "MISSED");
   if (const auto client = report.counter("BM_HttpClientOnly", "median_us")) {
-    std::printf("  of which the HTTP client alone (run loop, worker thread): %.1f us, %.2fx\n", *client, *client / *base);
+    std::printf("  of which the HTTP client alone (run loop and libcurl multi): %.1f us, %.2fx\n", *client, *client / *base);
   }
 }
 
