@@ -1,6 +1,7 @@
 // The run loop's descriptors and timers: what wakes it, what a callback may change while the loop
 // dispatches, and that neither starves the tasks.
 #include <poll.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -110,6 +111,20 @@ TEST(RunLoopTimer, AQuitFromACallbackReturnsBeforeTheNextDueCallback) {
   EXPECT_EQ(fired, std::vector<int>{1});
   EXPECT_EQ(loop.runUntilIdle(), 1u);
   EXPECT_EQ(fired, (std::vector<int>{1, 2}));
+}
+
+// With no descriptor left to wake it through, a loop still notices what other threads post.
+TEST(RunLoopWake, ALoopMadeWithoutAnyDescriptorLeftStillNoticesPosts) {
+  rlimit saved{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &saved), 0);
+  rlimit none = saved;
+  none.rlim_cur = 0;
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+  RunLoop loop;
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &saved), 0);
+  std::thread poster([&] { std::this_thread::sleep_for(50ms), loop.post([&] { loop.quit(); }); });
+  loop.run();
+  poster.join();
 }
 
 }  // namespace

@@ -13,7 +13,6 @@
 #include <cstring>
 #include <limits>
 #include <mutex>
-#include <set>
 #include <string>
 #include <type_traits>
 #include <unordered_map>
@@ -195,11 +194,8 @@ class Core : public std::enable_shared_from_this<Core> {
   ~Core() {
     shutdown();
     curl_easy_cleanup(cookieHandle_);
-    // The cached connections' sockets close here; the loop stops watching them below.
-    curl_multi_setopt(multi_, CURLMOPT_SOCKETFUNCTION, nullptr);
-    curl_multi_setopt(multi_, CURLMOPT_TIMERFUNCTION, nullptr);
+    // libcurl says which sockets to stop watching as it closes them, here too.
     curl_multi_cleanup(multi_);
-    for (const int fd : watched_) loop_->unwatch(fd);
     curl_share_cleanup(share_);
     for (X509* certificate : caCertificates_) X509_free(certificate);
   }
@@ -280,7 +276,6 @@ class Core : public std::enable_shared_from_this<Core> {
     auto& core = *static_cast<Core*>(user);
     if (what == CURL_POLL_REMOVE) {
       core.loop_->unwatch(socket);
-      core.watched_.erase(socket);
       return 0;
     }
     const short events = static_cast<short>(((what & CURL_POLL_IN) ? POLLIN : 0) | ((what & CURL_POLL_OUT) ? POLLOUT : 0));
@@ -289,7 +284,6 @@ class Core : public std::enable_shared_from_this<Core> {
                        ((ready & (POLLERR | POLLHUP)) ? CURL_CSELECT_ERR : 0);
       if (const auto alive = weak.lock()) alive->act(socket, mask);
     });
-    core.watched_.insert(socket);
     return 0;
   }
 
@@ -557,7 +551,6 @@ class Core : public std::enable_shared_from_this<Core> {
 
   // Main thread only.
   std::unordered_map<std::uint64_t, std::unique_ptr<Transfer>> transfers_;
-  std::set<int> watched_;
   std::optional<RunLoop::TimerId> timer_;
   // Handler calls not yet handed to the main thread's queue.
   std::vector<std::function<void()>> deliveries_;

@@ -70,17 +70,11 @@ void RunLoop::unwatch(int fd) { watches_.erase(fd); }
 
 RunLoop::TimerId RunLoop::startTimer(Clock::time_point deadline, std::function<void()> fire) {
   const TimerId id = ++nextTimer_;
-  timers_.emplace(std::pair(deadline, id), std::move(fire));
-  timerDeadlines_.emplace(id, deadline);
+  timers_.emplace(id, Timer{deadline, std::move(fire)});
   return id;
 }
 
-void RunLoop::cancelTimer(TimerId timer) {
-  const auto found = timerDeadlines_.find(timer);
-  if (found == timerDeadlines_.end()) return;
-  timers_.erase(std::pair(found->second, timer));
-  timerDeadlines_.erase(found);
-}
+void RunLoop::cancelTimer(TimerId timer) { timers_.erase(timer); }
 
 std::size_t RunLoop::runQueuedTasks() {
   for (std::size_t ran = 0;; ++ran) {
@@ -150,13 +144,18 @@ std::size_t RunLoop::waitAndDispatch(bool block) {
   if (block) {
     std::lock_guard lock(mutex_);
     if (!quit_ && tasks_.empty()) {
-      timeout = timers_.empty() ? -1 : pollTimeoutUntil(timers_.begin()->first.first);
+      timeout = -1;
+      // A handful of timers at most (one per HTTP client): a scan beats keeping them sorted.
+      for (const auto& [id, timer] : timers_) {
+        const int until = pollTimeoutUntil(timer.deadline);
+        if (timeout < 0 || until < timeout) timeout = until;
+      }
       if (wakeFd_ < 0 && (timeout < 0 || timeout > kSliceWithoutWakeFdMs)) timeout = kSliceWithoutWakeFdMs;
       sleeping_ = timeout != 0;
     }
   }
   // A negative descriptor (no eventfd) is skipped by poll(2); an interrupted poll reports nothing.
-  const int ready = poll(fds.data(), fds.size(), timeout);
+  poll(fds.data(), fds.size(), timeout);
   if (block) {
     std::lock_guard lock(mutex_);
     sleeping_ = false;
@@ -168,7 +167,7 @@ std::size_t RunLoop::waitAndDispatch(bool block) {
   }
 
   std::size_t ran = 0;
-  for (std::size_t i = 1; ready > 0 && i < fds.size(); ++i) {
+  for (std::size_t i = 1; i < fds.size(); ++i) {
     if (fds[i].revents == 0) continue;
     // An earlier callback may have ended or replaced this watch.
     const auto found = watches_.find(fds[i].fd);
@@ -182,17 +181,19 @@ std::size_t RunLoop::waitAndDispatch(bool block) {
 }
 
 std::size_t RunLoop::fireDueTimers(bool stopOnQuit) {
-  // The timers due now, taken before any fires: a timer that starts another for now must not keep
-  // the loop from its tasks and descriptors.
+  // The timers due now, in deadline order (start order among equals), taken before any fires: a
+  // timer that starts another for now must not keep the loop from its tasks and descriptors.
   const auto now = Clock::now();
   std::vector<std::pair<Clock::time_point, TimerId>> due;
-  for (auto it = timers_.begin(); it != timers_.end() && it->first.first <= now; ++it) due.push_back(it->first);
+  for (const auto& [id, timer] : timers_) {
+    if (timer.deadline <= now) due.emplace_back(timer.deadline, id);
+  }
+  std::sort(due.begin(), due.end());
   std::size_t ran = 0;
-  for (const auto& key : due) {
-    auto node = timers_.extract(key);
+  for (const auto& [deadline, id] : due) {
+    auto node = timers_.extract(id);
     if (node.empty()) continue;  // cancelled by an earlier timer
-    timerDeadlines_.erase(key.second);
-    node.mapped()();
+    node.mapped().fire();
     ++ran;
     if (stopOnQuit && quitRequested()) break;
   }

@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -94,8 +93,11 @@ class APPLOGIC_EXPORT RunLoop final : public MainThread {
   // Main thread only.
   std::unordered_map<int, Watch> watches_;
   std::uint64_t nextSerial_ = 0;
-  std::map<std::pair<Clock::time_point, TimerId>, std::function<void()>> timers_;
-  std::unordered_map<TimerId, Clock::time_point> timerDeadlines_;
+  struct Timer {
+    Clock::time_point deadline;
+    std::function<void()> fire;
+  };
+  std::unordered_map<TimerId, Timer> timers_;
   TimerId nextTimer_ = 0;
 };
 
