@@ -100,16 +100,6 @@ TEST(ParseKinds, PrintsOneJsonDocumentAndExitsZero) {
   }
 }
 
-TEST(ParseKindTable, TheUsageNamesEveryKind) {
-  const Outcome help = parse({"--help"});
-  EXPECT_EQ(help.status, 0);
-  EXPECT_EQ(help.err, "");
-  for (const ParseKind& kind : parseKinds()) {
-    EXPECT_NE(help.out.find("  " + std::string(kind.name) + " "), std::string::npos) << kind.name;
-  }
-  EXPECT_EQ(parseKinds().size(), 13u);
-}
-
 // Giphy pictures, and the options only the giphy KINDs take.
 
 constexpr const char* kPicture =
