@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include "applogic/testing/manual_clock.h"
+#include "emulator/catalog_data.h"
 #include "emulator/catalog_server.h"
 #include "emulator/signin_flow.h"
 
@@ -379,6 +380,23 @@ TEST_F(CatalogServerTest, SeesClientsThatGoAwayAndStoppingEndsTheRest) {
   catalog_.reset();
   EXPECT_NE(stream.endedWithStatus(), 0);
   delayed.join();
+}
+
+TEST_F(CatalogServerTest, TheSameSeedGivesTheSameAnswers) {
+  const auto other = startCatalog();
+  ASSERT_TRUE(other);
+  auto otherClient = clientOf(other->port(), signIn_->caPath());
+  for (const std::string path : {"/tracks/top?limit=500", "/me/history?limit=50", "/playlists/mp.1001/images"}) {
+    const std::string mine = get(path)->body;
+    std::string theirs = otherClient->Get("/v1" + path, auth())->body;
+    // Only the port differs.
+    for (std::size_t at = 0; (at = theirs.find(other->baseUrl(), at)) != std::string::npos;) {
+      theirs.replace(at, other->baseUrl().size(), catalog_->baseUrl());
+    }
+    EXPECT_EQ(mine, theirs) << path;
+  }
+  EXPECT_NE(CatalogData(2).tracks()[0].name + CatalogData(2).tracks()[1].name,
+            CatalogData(1).tracks()[0].name + CatalogData(1).tracks()[1].name);
 }
 
 TEST_F(CatalogServerTest, ChecksTokensThroughAnotherProcessesSignInServer) {
