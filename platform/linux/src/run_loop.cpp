@@ -12,14 +12,12 @@ namespace applogic::platform {
 namespace {
 
 // Without an eventfd the loop cannot be woken from poll(2), so it sleeps at most this long.
-constexpr int kSliceWithoutWakeFdMs = 10;
+constexpr auto kSliceWithoutWakeFd = std::chrono::milliseconds(10);
 
 int pollTimeoutUntil(RunLoop::Clock::time_point deadline) {
-  const auto left = deadline - RunLoop::Clock::now();
-  if (left <= RunLoop::Clock::duration::zero()) return 0;
   // Rounded up: waking before the deadline would only find the timer not yet due.
-  const auto ms = std::chrono::ceil<std::chrono::milliseconds>(left).count();
-  return static_cast<int>(std::min<decltype(ms)>(ms, 24 * 60 * 60 * 1000));
+  const auto ms = std::chrono::ceil<std::chrono::milliseconds>(deadline - RunLoop::Clock::now()).count();
+  return static_cast<int>(std::clamp<decltype(ms)>(ms, 0, 24 * 60 * 60 * 1000));
 }
 
 }  // namespace
@@ -33,7 +31,7 @@ RunLoop::RunLoop() : mainThread_(std::this_thread::get_id()), wakeFd_(eventfd(0,
 // visibly ordered before the loop goes.
 RunLoop::~RunLoop() {
   { std::lock_guard lock(mutex_); }
-  if (wakeFd_ >= 0) close(wakeFd_);
+  close(wakeFd_);
 }
 
 void RunLoop::post(std::function<void()> task) {
@@ -49,15 +47,11 @@ void RunLoop::quit() {
   wakeLocked();
 }
 
-// Only a loop asleep in poll(2) needs the system call, and one write wakes it: a post from the main
-// thread itself, or a burst of them from elsewhere, costs no more than the lock.
+// Every post writes, so that the eventfd is readable whenever the queue holds a task: the loop needs
+// no look at the queue before it sleeps, and a write costs a fraction of a microsecond.
 void RunLoop::wakeLocked() {
-  if (!sleeping_ || woken_) return;
-  woken_ = true;
-  if (wakeFd_ >= 0) {
-    const std::uint64_t one = 1;
-    [[maybe_unused]] const auto written = write(wakeFd_, &one, sizeof one);
-  }
+  const std::uint64_t one = 1;
+  [[maybe_unused]] const auto written = write(wakeFd_, &one, sizeof one);  // -1 without an eventfd
 }
 
 bool RunLoop::isMainThread() const { return std::this_thread::get_id() == mainThread_; }
@@ -140,31 +134,12 @@ std::size_t RunLoop::waitAndDispatch(bool block) {
     serials.push_back(watch.serial);
   }
 
-  int timeout = 0;
-  if (block) {
-    std::lock_guard lock(mutex_);
-    if (!quit_ && tasks_.empty()) {
-      timeout = -1;
-      // A handful of timers at most (one per HTTP client): a scan beats keeping them sorted.
-      for (const auto& [id, timer] : timers_) {
-        const int until = pollTimeoutUntil(timer.deadline);
-        if (timeout < 0 || until < timeout) timeout = until;
-      }
-      if (wakeFd_ < 0 && (timeout < 0 || timeout > kSliceWithoutWakeFdMs)) timeout = kSliceWithoutWakeFdMs;
-      sleeping_ = timeout != 0;
-    }
-  }
-  // A negative descriptor (no eventfd) is skipped by poll(2); an interrupted poll reports nothing.
-  poll(fds.data(), fds.size(), timeout);
-  if (block) {
-    std::lock_guard lock(mutex_);
-    sleeping_ = false;
-    woken_ = false;
-  }
-  if (fds[0].revents != 0) {
-    std::uint64_t count;
-    [[maybe_unused]] const auto drained = read(wakeFd_, &count, sizeof count);
-  }
+  // Every post and quit has written the eventfd since it was last drained, so the poll returns at
+  // once while the queue holds anything. A negative descriptor (no eventfd) is skipped by poll(2);
+  // an interrupted poll reports nothing.
+  poll(fds.data(), fds.size(), block ? sleepLimit() : 0);
+  std::uint64_t posts;
+  [[maybe_unused]] const auto drained = read(wakeFd_, &posts, sizeof posts);  // nonblocking
 
   std::size_t ran = 0;
   for (std::size_t i = 1; i < fds.size(); ++i) {
@@ -175,12 +150,23 @@ std::size_t RunLoop::waitAndDispatch(bool block) {
     const auto callback = found->second.ready;  // the callback may end its own watch
     (*callback)(fds[i].revents);
     ++ran;
-    if (block && quitRequested()) return ran;
+    if (quitRequested()) return ran;
   }
-  return ran + fireDueTimers(block);
+  return ran + fireDueTimers();
 }
 
-std::size_t RunLoop::fireDueTimers(bool stopOnQuit) {
+// The poll(2) timeout until the earliest timer, -1 for none.
+int RunLoop::sleepLimit() const {
+  std::optional<Clock::time_point> wakeAt;
+  if (wakeFd_ < 0) wakeAt = Clock::now() + kSliceWithoutWakeFd;
+  // A handful of timers at most (one per HTTP client): a scan beats keeping them sorted.
+  for (const auto& [id, timer] : timers_) {
+    if (!wakeAt || timer.deadline < *wakeAt) wakeAt = timer.deadline;
+  }
+  return wakeAt ? pollTimeoutUntil(*wakeAt) : -1;
+}
+
+std::size_t RunLoop::fireDueTimers() {
   // The timers due now, in deadline order (start order among equals), taken before any fires: a
   // timer that starts another for now must not keep the loop from its tasks and descriptors.
   const auto now = Clock::now();
@@ -195,7 +181,7 @@ std::size_t RunLoop::fireDueTimers(bool stopOnQuit) {
     if (node.empty()) continue;  // cancelled by an earlier timer
     node.mapped().fire();
     ++ran;
-    if (stopOnQuit && quitRequested()) break;
+    if (quitRequested()) break;
   }
   return ran;
 }

@@ -73,10 +73,11 @@ class APPLOGIC_EXPORT RunLoop final : public MainThread {
 
   std::size_t runQueuedTasks();
   bool quitRequested();
-  // Polls the descriptors (sleeping, if `block`, while no task is queued, until the next timer) and
-  // runs the callbacks of the ready ones and of due timers; with `block`, stops at a `quit`.
+  // Polls the descriptors (if `block`, sleeping until a post, a quit or the next timer) and runs the
+  // callbacks of the ready ones and of due timers, stopping at a `quit`.
   std::size_t waitAndDispatch(bool block);
-  std::size_t fireDueTimers(bool stopOnQuit);
+  int sleepLimit() const;
+  std::size_t fireDueTimers();
   void wakeLocked();
 
   const std::thread::id mainThread_;
@@ -87,8 +88,6 @@ class APPLOGIC_EXPORT RunLoop final : public MainThread {
   std::mutex mutex_;
   std::deque<std::function<void()>> tasks_;
   bool quit_ = false;
-  bool sleeping_ = false;
-  bool woken_ = false;
 
   // Main thread only.
   std::unordered_map<int, Watch> watches_;
