@@ -5,6 +5,8 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <filesystem>
+#include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
@@ -113,8 +115,17 @@ TEST(RunLoopTimer, AQuitFromACallbackReturnsBeforeTheNextDueCallback) {
   EXPECT_EQ(fired, (std::vector<int>{1, 2}));
 }
 
-// With no descriptor left to wake it through, a loop still notices what other threads post.
-TEST(RunLoopWake, ALoopMadeWithoutAnyDescriptorLeftStillNoticesPosts) {
+// A loop holds one descriptor while it lives; with none left to wake it through, a loop still
+// notices what other threads post.
+TEST(RunLoopWake, OneDescriptorWhileItLivesAndWithoutOneStillNoticesPosts) {
+  const auto open = [] {
+    const auto entries = std::filesystem::directory_iterator("/proc/self/fd");
+    return std::distance(begin(entries), end(entries));
+  };
+  const auto before = open();
+  { RunLoop withOne; }
+  EXPECT_EQ(open(), before) << "a loop closes its descriptor";
+
   rlimit saved{};
   ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &saved), 0);
   rlimit none = saved;
