@@ -15,16 +15,8 @@ namespace applogic::platform {
 namespace {
 
 bool gstreamerAvailable() {
-  static const bool available = [] {
-    GError* error = nullptr;
-    const bool initialised = gst_init_check(nullptr, nullptr, &error);
-    if (error != nullptr) g_error_free(error);
-    if (!initialised) return false;
-    GstElementFactory* playbin = gst_element_factory_find("playbin");
-    if (playbin == nullptr) return false;
-    gst_object_unref(playbin);
-    return true;
-  }();
+  static const bool available = gst_init_check(nullptr, nullptr, nullptr) &&
+                                gst_registry_check_feature_version(gst_registry_get(), "playbin", 1, 0, 0);
   return available;
 }
 
@@ -121,16 +113,14 @@ class GStreamerPlayer final : public MediaPlayer, public std::enable_shared_from
     gst_element_set_state(playbin_, GST_STATE_NULL);
     generation_->fetch_add(1);
     itemGeneration_->fetch_add(1);
-    bool playing = false;
-    {
-      std::lock_guard lock(mutex_);
-      item_ = item;
-      buffering_ = false;
-      ended_ = false;
-      duration_.reset();
-      loaded_ = item != nullptr;
-      playing = rate_ > 0.0f;
-    }
+    std::unique_lock lock(mutex_);
+    item_ = item;
+    buffering_ = false;
+    ended_ = false;
+    duration_.reset();
+    loaded_ = item != nullptr;
+    const bool playing = rate_ > 0.0f;
+    lock.unlock();
     if (!item) return;
     g_object_set(playbin_, "uri", item->url().string().c_str(), nullptr);
     gst_element_set_state(playbin_, playing ? GST_STATE_PLAYING : GST_STATE_PAUSED);
@@ -181,13 +171,11 @@ class GStreamerPlayer final : public MediaPlayer, public std::enable_shared_from
   // item rewound after its end: a stream whose server cannot seek (no Range requests) fails the
   // seek, while loading it again works everywhere and costs the same one request.
   void seek(std::chrono::nanoseconds time) override {
-    if (!isLoaded()) return;
-    bool ended = false;
-    {
-      std::lock_guard lock(mutex_);
-      ended = ended_ && time.count() == 0;
-    }
-    if (ended) return unload();
+    std::unique_lock lock(mutex_);
+    if (!item_ || !loaded_) return;
+    const bool rewindAfterTheEnd = ended_ && time.count() == 0;
+    lock.unlock();
+    if (rewindAfterTheEnd) return unload();
     gst_element_seek_simple(playbin_, GST_FORMAT_TIME,
                             static_cast<GstSeekFlags>(GST_SEEK_FLAG_FLUSH | GST_SEEK_FLAG_ACCURATE),
                             static_cast<gint64>(time.count()));
