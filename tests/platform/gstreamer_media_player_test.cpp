@@ -55,14 +55,43 @@ bool eventually(Condition condition) {
   return condition();
 }
 
+// GStreamer's leaks tracer, set up with GStreamer itself (by GStreamerMediaPlayerTest), or null.
+GstTracer* leaksTracer() {
+  GstTracer* leaks = nullptr;
+  GList* tracers = gst_tracing_get_active_tracers();
+  for (GList* tracer = tracers; tracer != nullptr; tracer = tracer->next) {
+    if (std::string(G_OBJECT_TYPE_NAME(tracer->data)) == "GstLeaksTracer") leaks = GST_TRACER(tracer->data);
+  }
+  g_list_free_full(tracers, gst_object_unref);  // the tracing system keeps them
+  return leaks;
+}
+
+// How many elements, pads, buses, device monitors and devices were made since the tracer started
+// tracking and are still alive.
+std::ptrdiff_t keptGStreamerObjects(GstTracer* leaks) {
+  GstStructure* checkpoint = nullptr;
+  g_signal_emit_by_name(leaks, "activity-get-checkpoint", &checkpoint);
+  const auto size = [&](const char* list) {
+    return static_cast<std::ptrdiff_t>(gst_value_list_get_size(gst_structure_get_value(checkpoint, list)));
+  };
+  const std::ptrdiff_t kept = size("objects-created-list") - size("objects-removed-list");
+  gst_structure_free(checkpoint);
+  return kept;
+}
+
 class GStreamerMediaPlayerTest : public ::testing::Test {
  protected:
   void SetUp() override {
+    ::setenv("GST_TRACERS", "leaks(filters=\"GstElement,GstPad,GstBus,GstDeviceMonitor,GstDevice\")", 0);
     // The first call sets GStreamer up, which must not complain (a GLib critical is a misuse).
     ::testing::internal::CaptureStderr();
     factory = platform::makeGStreamerMediaPlayers(mainThread, center, {"fakesink sync=true", [this] { ++firstBuffers; }});
     EXPECT_EQ(::testing::internal::GetCapturedStderr().find("CRITICAL"), std::string::npos);
     if (!playbinInstalled()) GTEST_SKIP() << "GStreamer with playbin is not installed";
+    // (Whatever it says: its device providers stay, each with its bus.)
+    static_cast<void>(platform::audioOutputDevicePresent());
+    leaks = leaksTracer();
+    if (leaks != nullptr) g_signal_emit_by_name(leaks, "activity-start-tracking");
     ASSERT_TRUE(factory);
     player = factory->makePlayer();
     observation = player->observeRate([this](float rate) { rates.push_back(rate); });
@@ -73,8 +102,15 @@ class GStreamerMediaPlayerTest : public ::testing::Test {
       if (quitOnReport) loop->quit();
     });
   }
+  // The players leave nothing of GStreamer's behind them.
   void TearDown() override {
-    if (factory) center->removeObserver(token);
+    if (!factory) return;
+    center->removeObserver(token);
+    observation.reset();
+    player.reset();
+    factory.reset();
+    static_cast<void>(platform::audioOutputDevicePresent());  // nor does asking for an output
+    EXPECT_EQ(leaks ? keptGStreamerObjects(leaks) : 0, 0);
   }
 
   // Plays the player's item until it reports its end or a failure.
@@ -107,6 +143,7 @@ class GStreamerMediaPlayerTest : public ::testing::Test {
   std::vector<std::string> reports;
   bool quitOnReport = true;
   platform::NotificationObserverToken token;
+  GstTracer* leaks = nullptr;
 };
 
 // A clip plays to its end, reported on the main thread, and again after a rewind; the first-buffer

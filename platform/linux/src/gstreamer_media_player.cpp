@@ -33,9 +33,9 @@ GstElement* makeAudioSink(const std::string& description) {
   return sink;
 }
 
-// playbin's GstPlayFlags: sound only (no video or subtitle branches), with software volume.
+// playbin's GstPlayFlags: sound only (no video or subtitle branches). Not its software volume:
+// nothing sets a volume, and with it playsink (GStreamer 1.22) keeps one volume element per load.
 constexpr int kPlayFlagAudio = 1 << 1;
-constexpr int kPlayFlagSoftVolume = 1 << 4;
 
 class GStreamerItem final : public MediaPlayerItem {
  public:
@@ -225,8 +225,16 @@ class GStreamerPlayer final : public MediaPlayer, public std::enable_shared_from
     Observer observer_;
   };
 
+  // A sync handler that drops a message owns it: the message holds its source, and with it the
+  // pipeline, until it is released.
   static GstBusSyncReply onBusMessage(GstBus* /*bus*/, GstMessage* message, gpointer data) {
-    const auto* context = static_cast<const BusContext*>(data);
+    hand(*static_cast<const BusContext*>(data), message);
+    gst_message_unref(message);
+    return GST_BUS_DROP;
+  }
+
+  // Hands what the player reacts to over to the main thread.
+  static void hand(const BusContext& context, GstMessage* message) {
     Report report = Report::end;
     std::string reason;
     switch (GST_MESSAGE_TYPE(message)) {
@@ -250,13 +258,12 @@ class GStreamerPlayer final : public MediaPlayer, public std::enable_shared_from
         break;
       }
       default:
-        return GST_BUS_DROP;
+        return;
     }
-    const std::uint64_t generation = context->generation->load();
-    context->mainThread->post([player = context->player, report, generation, reason = std::move(reason)] {
+    const std::uint64_t generation = context.generation->load();
+    context.mainThread->post([player = context.player, report, generation, reason = std::move(reason)] {
       if (auto self = player.lock()) self->handle(report, generation, reason);
     });
-    return GST_BUS_DROP;
   }
 
   // On the main thread.
@@ -384,7 +391,7 @@ class GStreamerFactory final : public MediaPlayerFactory {
       if (sink != nullptr) gst_object_unref(sink);
       return nullptr;
     }
-    g_object_set(playbin, "audio-sink", sink, "flags", kPlayFlagAudio | kPlayFlagSoftVolume, nullptr);
+    g_object_set(playbin, "audio-sink", sink, "flags", kPlayFlagAudio, nullptr);
     auto player = std::make_shared<GStreamerPlayer>(playbin, mainThread_, notificationCenter_);
     // playbin took the floating reference; the sink lives as long as the player.
     if (options_.onFirstBuffer) player->reportFirstBuffers(sink, options_.onFirstBuffer);
