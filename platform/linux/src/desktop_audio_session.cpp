@@ -229,12 +229,12 @@ class DesktopAudioSession::SoundServer {
     self->defaultSink_ = info != nullptr && info->default_sink_name != nullptr ? info->default_sink_name : "";
   }
 
-  // Every sink, then the end of the list (no sink, `last` 1) or a failure (`last` negative).
+  // Every sink, then the end of the list (no sink, `last` 1) or a failure (`last` -1).
   static void onSink(pa_context*, const pa_sink_info* info, int last, void* data) {
     auto* self = static_cast<SoundServer*>(data);
     if (info != nullptr) return self->add(*info);
     // A failed reading delivers nothing; the next change reads again.
-    if (last < 0) return;
+    if (last != 1) return;
     self->listener_(std::move(self->pending_));
     self->settle(Outcome::answered);
   }

@@ -113,14 +113,15 @@ class GStreamerPlayer final : public MediaPlayer, public std::enable_shared_from
     gst_element_set_state(playbin_, GST_STATE_NULL);
     generation_->fetch_add(1);
     itemGeneration_->fetch_add(1);
-    std::unique_lock lock(mutex_);
-    item_ = item;
-    buffering_ = false;
-    ended_ = false;
-    duration_.reset();
-    loaded_ = item != nullptr;
-    const bool playing = rate_ > 0.0f;
-    lock.unlock();
+    const bool playing = [&] {
+      std::lock_guard lock(mutex_);
+      item_ = item;
+      buffering_ = false;
+      ended_ = false;
+      duration_.reset();
+      loaded_ = item != nullptr;
+      return rate_ > 0.0f;
+    }();
     if (!item) return;
     g_object_set(playbin_, "uri", item->url().string().c_str(), nullptr);
     gst_element_set_state(playbin_, playing ? GST_STATE_PLAYING : GST_STATE_PAUSED);
@@ -243,12 +244,9 @@ class GStreamerPlayer final : public MediaPlayer, public std::enable_shared_from
         break;
       case GST_MESSAGE_ERROR: {
         report = Report::failure;
-        GError* error = nullptr;
+        g_autoptr(GError) error = nullptr;  // never null in an error message
         gst_message_parse_error(message, &error, nullptr);
-        if (error != nullptr) {
-          reason = error->message != nullptr ? error->message : "";
-          g_error_free(error);
-        }
+        reason = error->message;
         break;
       }
       case GST_MESSAGE_BUFFERING: {
