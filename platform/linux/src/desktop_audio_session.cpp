@@ -9,7 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
-#include <condition_variable>
+#include <future>
 #include <list>
 #include <string_view>
 #include <utility>
@@ -169,20 +169,13 @@ class DesktopAudioSession::SoundServer {
     // No autospawn: a host that plays previews must not start a sound server of its own.
     if (pa_context_connect(context_, nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr) < 0) return false;
     if (pa_threaded_mainloop_start(loop_) < 0) return false;
-    std::unique_lock lock(mutex_);
-    answered_.wait_for(lock, patience, [&] { return outcome_ != Outcome::waiting; });
-    return outcome_ == Outcome::answered;
+    std::future<bool> answer = answered_.get_future();
+    return answer.wait_for(patience) == std::future_status::ready && answer.get();
   }
 
-  enum class Outcome { waiting, answered, failed };
-
-  void settle(Outcome outcome) {
-    {
-      std::lock_guard lock(mutex_);
-      if (outcome_ != Outcome::waiting) return;
-      outcome_ = outcome;
-    }
-    answered_.notify_all();
+  // The first outcome only: whether the server answered, or the connection failed first.
+  void settle(bool answered) {
+    if (!std::exchange(settled_, true)) answered_.set_value(answered);
   }
 
   static void onContextState(pa_context* context, void* data) {
@@ -199,7 +192,7 @@ class DesktopAudioSession::SoundServer {
         break;
       case PA_CONTEXT_FAILED:
       case PA_CONTEXT_TERMINATED:
-        self->settle(Outcome::failed);
+        self->settle(false);
         break;
       default:
         break;
@@ -236,7 +229,7 @@ class DesktopAudioSession::SoundServer {
     // A failed reading delivers nothing; the next change reads again.
     if (last != 1) return;
     self->listener_(std::move(self->pending_));
-    self->settle(Outcome::answered);
+    self->settle(true);
   }
 
   void add(const pa_sink_info& sink) {
@@ -271,10 +264,10 @@ class DesktopAudioSession::SoundServer {
   // On the loop's thread only.
   std::string defaultSink_;
   SoundServerState pending_;
-  // The first answer, waited for by `start`.
-  std::mutex mutex_;
-  std::condition_variable answered_;
-  Outcome outcome_ = Outcome::waiting;
+  // The first outcome, waited for by `start`. (settle runs in `start`, before the loop's thread
+  // starts, or on that thread.)
+  bool settled_ = false;
+  std::promise<bool> answered_;
 };
 
 DesktopAudioSession::DesktopAudioSession(std::shared_ptr<NotificationCenter> notificationCenter)
