@@ -241,36 +241,5 @@ TEST(RoutePortType, MapsTheServersOutputToThePortTypeOfTheRoute) {
   }
 }
 
-TEST(RouteChangeReason, SaysWhetherTheOldOutputWentTheNewOneCameOrTheChoiceChanged) {
-  const auto speaker = output("pci", "analog-output-speaker");
-  const auto headphones = output("pci", "analog-output-headphones");
-  const auto usb = output("usb", "");
-  const auto state = [](std::optional<SoundServerOutput> route, std::vector<std::pair<std::string, std::string>> playable) {
-    return SoundServerState{std::move(route), std::move(playable)};
-  };
-  struct Row {
-    const char* name;
-    SoundServerState before;
-    SoundServerState after;
-    int reason;
-  };
-  const Row rows[] = {
-      {"headphones plugged in: the server moves to the new port",
-       state(speaker, {{"pci", "analog-output-speaker"}}),
-       state(headphones, {{"pci", "analog-output-speaker"}, {"pci", "analog-output-headphones"}}), 1},
-      {"headphones pulled out",
-       state(headphones, {{"pci", "analog-output-speaker"}, {"pci", "analog-output-headphones"}}),
-       state(speaker, {{"pci", "analog-output-speaker"}}), 2},
-      {"the user picks another output that was there",
-       state(speaker, {{"pci", "analog-output-speaker"}, {"usb", ""}}),
-       state(usb, {{"pci", "analog-output-speaker"}, {"usb", ""}}), 8},
-      {"the last output goes: no default any more", state(usb, {{"usb", ""}}), state(std::nullopt, {}), 2},
-      {"a first output arrives", state(std::nullopt, {}), state(usb, {{"usb", ""}}), 1},
-  };
-  for (const Row& row : rows) {
-    EXPECT_EQ(platform::routeChangeReason(row.before, row.after), row.reason) << row.name;
-  }
-}
-
 }  // namespace
 }  // namespace applogic
