@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <glib.h>
 #include <gtest/gtest.h>
 #include <pulse/introspect.h>
 #include <stdio.h>
@@ -123,14 +124,6 @@ std::optional<std::string> pactl(const std::string& arguments) {
   return out;
 }
 
-pa_sink_port_info port(const char* name, int available, std::uint32_t type) {
-  pa_sink_port_info port{};
-  port.name = name;
-  port.available = available;
-  port.type = type;
-  return port;
-}
-
 // On the throw-away server of scripts/with-test-pulse (a null sink "applogic_test_speaker"):
 // the speaker's card ports change, with only the sink's own events; then a Bluetooth headset sink
 // arrives and the default output moves to it, back, to it again; the headset goes, and at last
@@ -142,6 +135,7 @@ TEST(DesktopAudioSessionOnATestServer, FollowsTheDefaultOutputAndSaysWhyItMoved)
   }
   ASSERT_TRUE(pactl("set-default-sink applogic_test_speaker"));
 #ifndef __SANITIZE_ADDRESS__  // GStreamer's PulseAudio plugin leaks there, in libpulse's frames alone
+  g_log_set_always_fatal(static_cast<GLogLevelFlags>(G_LOG_FATAL_MASK | G_LOG_LEVEL_CRITICAL));  // a misuse
   EXPECT_TRUE(platform::audioOutputDevicePresent());
 #endif
   const auto openFiles = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); };
@@ -178,13 +172,14 @@ TEST(DesktopAudioSessionOnATestServer, FollowsTheDefaultOutputAndSaysWhyItMoved)
     }
     moveTo("set-sink-mute applogic_test_speaker toggle");  // a change of the sink alone
   };
-  const auto speaker = port("analog-output-speaker", PA_PORT_AVAILABLE_YES, PA_DEVICE_PORT_TYPE_SPEAKER);
-  const auto headphones = port("analog-output-headphones", PA_PORT_AVAILABLE_YES, PA_DEVICE_PORT_TYPE_HEADPHONES);
-  const auto noHeadphones = port("analog-output-headphones", PA_PORT_AVAILABLE_NO, PA_DEVICE_PORT_TYPE_HEADPHONES);
+  // name, description, priority, availability, availability group, kind
+  const pa_sink_port_info speaker{"analog-output-speaker", "", 0, PA_PORT_AVAILABLE_YES, "", PA_DEVICE_PORT_TYPE_SPEAKER};
+  const pa_sink_port_info headphones{"analog-output-headphones", "", 0, PA_PORT_AVAILABLE_YES, "", PA_DEVICE_PORT_TYPE_HEADPHONES};
+  const pa_sink_port_info noHeadphones{"analog-output-headphones", "", 0, PA_PORT_AVAILABLE_NO, "", PA_DEVICE_PORT_TYPE_HEADPHONES};
   cardChanges({speaker, noHeadphones});
   cardChanges({headphones, speaker});  // plugged in
   cardChanges({speaker, noHeadphones});  // pulled out
-  cardChanges({port("analog-output", PA_PORT_AVAILABLE_UNKNOWN, PA_DEVICE_PORT_TYPE_ANALOG), speaker});
+  cardChanges({{"analog-output", "", 0, PA_PORT_AVAILABLE_UNKNOWN, "", PA_DEVICE_PORT_TYPE_ANALOG}, speaker});
   cardChanges({});
   const auto headset = pactl(
       "load-module module-null-sink sink_name=applogic_test_headset "
@@ -225,16 +220,12 @@ TEST(RoutePortType, MapsTheServersOutputToThePortTypeOfTheRoute) {
       {"a bluez sink without properties", output("bluez_sink.00_11", ""), "BluetoothA2DPOutput"},
       {"USB headset", output("alsa_output.usb-Logi.analog-stereo", "analog-output-headphones", Kind::headphones, "usb"), "USBAudio"},
       // Then the port's kind.
-      {"speaker", output("alsa_output.pci.analog-stereo", "analog-output-speaker", Kind::speaker, "pci"), "Speaker"},
-      {"headphones", output("alsa_output.pci.analog-stereo", "analog-output-headphones", Kind::headphones, "pci"), "Headphones"},
-      {"HDMI", output("alsa_output.pci.hdmi-stereo", "hdmi-output-0", Kind::hdmi, "pci"), "HDMI"},
       {"network", output("raop_output.living-room", "", Kind::network), "AirPlay"},
       // Then the form factor, then words of the port's name (servers before kinds, PipeWire's ALSA sinks).
       {"form factor headset", output("x", "", Kind::unknown, "", "headset"), "Headphones"},
       {"port name headphones", output("x", "analog-output-headphones"), "Headphones"},
-      // Nothing known: a null sink, a plain analog output.
+      // Nothing known: a null sink.
       {"null sink", output("auto_null", ""), "Speaker"},
-      {"unknown analog", output("x", "analog-output", Kind::unknown, "pci"), "Speaker"},
   };
   for (const Row& row : rows) {
     EXPECT_EQ(platform::routePortType(row.output), row.portType) << row.name;

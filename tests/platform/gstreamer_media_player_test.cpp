@@ -58,13 +58,13 @@ bool eventually(Condition condition) {
 
 // GStreamer's leaks tracer, set up with GStreamer itself (by GStreamerMediaPlayerTest), or null.
 GstTracer* leaksTracer() {
-  GstTracer* leaks = nullptr;
   GList* tracers = gst_tracing_get_active_tracers();
-  for (GList* tracer = tracers; tracer != nullptr; tracer = tracer->next) {
-    if (std::string(G_OBJECT_TYPE_NAME(tracer->data)) == "GstLeaksTracer") leaks = GST_TRACER(tracer->data);
-  }
+  GList* leaks = g_list_find_custom(tracers, "GstLeaksTracer", [](gconstpointer tracer, gconstpointer name) {
+    return g_strcmp0(G_OBJECT_TYPE_NAME(tracer), static_cast<const char*>(name));
+  });
+  GstTracer* found = leaks != nullptr ? GST_TRACER(leaks->data) : nullptr;
   g_list_free_full(tracers, gst_object_unref);  // the tracing system keeps them
-  return leaks;
+  return found;
 }
 
 // How many elements, pads, buses, device monitors and devices were made since the tracer started
@@ -72,10 +72,8 @@ GstTracer* leaksTracer() {
 std::ptrdiff_t keptGStreamerObjects(GstTracer* leaks) {
   GstStructure* checkpoint = nullptr;
   g_signal_emit_by_name(leaks, "activity-get-checkpoint", &checkpoint);
-  const auto size = [&](const char* list) {
-    return static_cast<std::ptrdiff_t>(gst_value_list_get_size(gst_structure_get_value(checkpoint, list)));
-  };
-  const std::ptrdiff_t kept = size("objects-created-list") - size("objects-removed-list");
+  const auto size = [&](const char* list) { return gst_value_list_get_size(gst_structure_get_value(checkpoint, list)); };
+  const auto kept = static_cast<std::ptrdiff_t>(size("objects-created-list")) - size("objects-removed-list");
   gst_structure_free(checkpoint);
   return kept;
 }
