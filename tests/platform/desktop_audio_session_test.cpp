@@ -1,16 +1,54 @@
 #include "applogic/platform/desktop_audio_session.h"
 
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <glib.h>
 #include <gtest/gtest.h>
+#include <pulse/introspect.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "applogic/platform/gstreamer_media_player.h"
 #include "applogic/platform/run_loop.h"
 #include "run_until_quit.h"
+
+// The ports of a sound card, which the test server's null sinks lack: while `cardPorts` holds
+// some, every sink the session reads has them (the first one active). The test program wraps
+// libpulse's reading of the sinks by defining it: the library's calls reach this one first.
+namespace {
+std::mutex cardLock;
+std::vector<pa_sink_port_info> cardPorts;  // under cardLock
+pa_sink_info_cb_t sessionOnSink = nullptr;  // on the loop's thread
+
+void withCardPorts(pa_context* context, const pa_sink_info* info, int last, void* session) {
+  std::lock_guard lock(cardLock);
+  if (info == nullptr || cardPorts.empty()) return sessionOnSink(context, info, last, session);
+  std::vector<pa_sink_port_info*> ports;
+  for (pa_sink_port_info& port : cardPorts) ports.push_back(&port);
+  pa_sink_info card = *info;
+  card.n_ports = static_cast<std::uint32_t>(ports.size());
+  card.active_port = ports.front();
+  ports.push_back(nullptr);  // as libpulse ends the array
+  card.ports = ports.data();
+  sessionOnSink(context, &card, last, session);
+}
+}  // namespace
+
+extern "C" pa_operation* pa_context_get_sink_info_list(pa_context* context, pa_sink_info_cb_t callback, void* data) {
+  static const auto real =
+      reinterpret_cast<decltype(&pa_context_get_sink_info_list)>(::dlsym(RTLD_NEXT, "pa_context_get_sink_info_list"));
+  sessionOnSink = callback;
+  return real(context, &withCardPorts, data);
+}
 
 namespace applogic {
 namespace {
@@ -50,6 +88,30 @@ TEST(DesktopAudioSession, WithoutASoundServerRoutesToTheSpeakerQuietlyAndPostsNo
   center->removeObserver(token);
 }
 
+// With no file descriptor left, libpulse makes no main loop: the session follows no server and
+// routes to the speaker, and the process goes on.
+TEST(DesktopAudioSession, WithoutAFreeFileDescriptorFollowsNoServer) {
+  ::setenv("PULSE_SERVER", ("unix:" + ::testing::TempDir() + "no-sound-server").c_str(), 1);
+  auto loop = std::make_shared<platform::RunLoop>();
+  auto center = platform::makeNotificationCenter();
+  // Once beforehand: UBSan checks a type the first time with a pipe, which it could not make below.
+  platform::DesktopAudioSession(center, loop).followsSoundServer();
+  rlimit limit{};
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
+  const rlimit lowered{std::min<rlim_t>(limit.rlim_cur, 256), limit.rlim_max};
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &lowered), 0);
+  std::vector<int> taken;
+  for (int fd; (fd = ::open("/dev/null", O_RDONLY)) >= 0;) taken.push_back(fd);
+  std::optional<platform::DesktopAudioSession> session(std::in_place, center, loop);
+  const bool follows = session->followsSoundServer();
+  const std::string route = session->currentRoute().outputs.at(0).portType;
+  session.reset();
+  for (int fd : taken) ::close(fd);
+  ::setrlimit(RLIMIT_NOFILE, &limit);
+  EXPECT_FALSE(follows);
+  EXPECT_EQ(route, "Speaker");
+}
+
 // pactl's output (trailing newline dropped), or nothing when it fails.
 std::optional<std::string> pactl(const std::string& arguments) {
   FILE* pipe = ::popen(("pactl " + arguments + " 2>&1").c_str(), "r");
@@ -63,16 +125,27 @@ std::optional<std::string> pactl(const std::string& arguments) {
 }
 
 // On the throw-away server of scripts/with-test-pulse (a null sink "applogic_test_speaker"):
-// a Bluetooth headset sink arrives and the default output moves to it, back, to it again, and
-// then the headset goes. Each move is one notification with the reason and the route before it.
+// the speaker's card ports change, with only the sink's own events; then a Bluetooth headset sink
+// arrives and the default output moves to it, back, to it again; the headset goes, and at last
+// every output. Each move is one notification with the reason and the route before it. The
+// session leaves no file descriptor behind; GStreamer sees the server's sink as an audio output.
 TEST(DesktopAudioSessionOnATestServer, FollowsTheDefaultOutputAndSaysWhyItMoved) {
   if (const char* test = std::getenv("APPLOGIC_TEST_PULSE"); test == nullptr || std::string(test) != "1") {
     GTEST_SKIP() << "runs inside scripts/with-test-pulse (ctest: platform.AudioSessionOnATestPulseServer)";
   }
   ASSERT_TRUE(pactl("set-default-sink applogic_test_speaker"));
+// Not under ASan (GStreamer's PulseAudio plugin leaks, in libpulse's frames alone) nor TSan (this
+// test runs there without the GStreamer options).
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+  g_log_set_always_fatal(static_cast<GLogLevelFlags>(G_LOG_FATAL_MASK | G_LOG_LEVEL_CRITICAL));  // a misuse
+  EXPECT_TRUE(platform::audioOutputDevicePresent());
+#endif
+  const auto openFiles = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); };
+  const auto filesBefore = openFiles();
   auto loop = std::make_shared<platform::RunLoop>();
   auto center = platform::makeNotificationCenter();
-  platform::DesktopAudioSession session(center, loop);
+  std::optional<platform::DesktopAudioSession> optionalSession(std::in_place, center, loop);
+  platform::DesktopAudioSession& session = *optionalSession;
   ASSERT_TRUE(session.followsSoundServer());
   const auto route = [&] { return session.currentRoute().outputs.at(0).portType; };
   EXPECT_EQ(route(), "Speaker");
@@ -90,21 +163,43 @@ TEST(DesktopAudioSessionOnATestServer, FollowsTheDefaultOutputAndSaysWhyItMoved)
                                                        route());
                                      loop->quit();
                                    });
-  const auto headset = pactl(
-      "load-module module-null-sink sink_name=applogic_test_headset "
-      "'sink_properties=\"device.bus=bluetooth device.profile.name=headset_head_unit\"'");
-  ASSERT_TRUE(headset);
   const auto moveTo = [&](const std::string& command) {
     ASSERT_TRUE(pactl(command)) << command;
     ASSERT_TRUE(test::runUntilQuit(*loop)) << "no route change after " << command;
   };
+  const auto cardChanges = [&](std::vector<pa_sink_port_info> ports) {
+    {
+      std::lock_guard lock(cardLock);
+      cardPorts = std::move(ports);
+    }
+    moveTo("set-sink-mute applogic_test_speaker toggle");  // a change of the sink alone
+  };
+  // name, description, priority, availability, availability group, kind
+  const pa_sink_port_info speaker{"analog-output-speaker", "", 0, PA_PORT_AVAILABLE_YES, "", PA_DEVICE_PORT_TYPE_SPEAKER};
+  const pa_sink_port_info headphones{"analog-output-headphones", "", 0, PA_PORT_AVAILABLE_YES, "", PA_DEVICE_PORT_TYPE_HEADPHONES};
+  const pa_sink_port_info noHeadphones{"analog-output-headphones", "", 0, PA_PORT_AVAILABLE_NO, "", PA_DEVICE_PORT_TYPE_HEADPHONES};
+  cardChanges({speaker, noHeadphones});
+  cardChanges({headphones, speaker});  // plugged in
+  cardChanges({speaker, noHeadphones});  // pulled out
+  cardChanges({{"analog-output", "", 0, PA_PORT_AVAILABLE_UNKNOWN, "", PA_DEVICE_PORT_TYPE_ANALOG}, speaker});
+  cardChanges({});
+  const auto headset = pactl(
+      "load-module module-null-sink sink_name=applogic_test_headset "
+      "'sink_properties=\"device.bus=bluetooth device.profile.name=headset_head_unit\"'");
+  ASSERT_TRUE(headset);
   moveTo("set-default-sink applogic_test_headset");   // arrived since the route was set: new device
   moveTo("set-default-sink applogic_test_speaker");   // both were there: the choice changed
   moveTo("set-default-sink applogic_test_headset");
   moveTo("unload-module " + *headset);                // the headset goes: old device unavailable
+  moveTo("unload-module module-null-sink");           // no output at all
   center->removeObserver(token);
-  EXPECT_EQ(changes, (std::vector<std::string>{"1: Speaker -> BluetoothHFP", "8: BluetoothHFP -> Speaker",
-                                               "8: Speaker -> BluetoothHFP", "2: BluetoothHFP -> Speaker"}));
+  EXPECT_EQ(changes, (std::vector<std::string>{"2: Speaker -> Speaker", "1: Speaker -> Headphones",
+                                               "2: Headphones -> Speaker", "1: Speaker -> LineOut", "2: LineOut -> Speaker",
+                                               "1: Speaker -> BluetoothHFP", "8: BluetoothHFP -> Speaker",
+                                               "8: Speaker -> BluetoothHFP", "2: BluetoothHFP -> Speaker",
+                                               "2: Speaker -> Speaker"}));
+  optionalSession.reset();
+  EXPECT_EQ(openFiles(), filesBefore);
 }
 
 SoundServerOutput output(std::string sink, std::string port, Kind kind = Kind::unknown, std::string bus = "",
@@ -127,50 +222,15 @@ TEST(RoutePortType, MapsTheServersOutputToThePortTypeOfTheRoute) {
       {"a bluez sink without properties", output("bluez_sink.00_11", ""), "BluetoothA2DPOutput"},
       {"USB headset", output("alsa_output.usb-Logi.analog-stereo", "analog-output-headphones", Kind::headphones, "usb"), "USBAudio"},
       // Then the port's kind.
-      {"speaker", output("alsa_output.pci.analog-stereo", "analog-output-speaker", Kind::speaker, "pci"), "Speaker"},
-      {"headphones", output("alsa_output.pci.analog-stereo", "analog-output-headphones", Kind::headphones, "pci"), "Headphones"},
-      {"HDMI", output("alsa_output.pci.hdmi-stereo", "hdmi-output-0", Kind::hdmi, "pci"), "HDMI"},
       {"network", output("raop_output.living-room", "", Kind::network), "AirPlay"},
       // Then the form factor, then words of the port's name (servers before kinds, PipeWire's ALSA sinks).
       {"form factor headset", output("x", "", Kind::unknown, "", "headset"), "Headphones"},
       {"port name headphones", output("x", "analog-output-headphones"), "Headphones"},
-      // Nothing known: a null sink, a plain analog output.
+      // Nothing known: a null sink.
       {"null sink", output("auto_null", ""), "Speaker"},
-      {"unknown analog", output("x", "analog-output", Kind::unknown, "pci"), "Speaker"},
   };
   for (const Row& row : rows) {
     EXPECT_EQ(platform::routePortType(row.output), row.portType) << row.name;
-  }
-}
-
-TEST(RouteChangeReason, SaysWhetherTheOldOutputWentTheNewOneCameOrTheChoiceChanged) {
-  const auto speaker = output("pci", "analog-output-speaker");
-  const auto headphones = output("pci", "analog-output-headphones");
-  const auto usb = output("usb", "");
-  const auto state = [](std::optional<SoundServerOutput> route, std::vector<std::pair<std::string, std::string>> playable) {
-    return SoundServerState{std::move(route), std::move(playable)};
-  };
-  struct Row {
-    const char* name;
-    SoundServerState before;
-    SoundServerState after;
-    int reason;
-  };
-  const Row rows[] = {
-      {"headphones plugged in: the server moves to the new port",
-       state(speaker, {{"pci", "analog-output-speaker"}}),
-       state(headphones, {{"pci", "analog-output-speaker"}, {"pci", "analog-output-headphones"}}), 1},
-      {"headphones pulled out",
-       state(headphones, {{"pci", "analog-output-speaker"}, {"pci", "analog-output-headphones"}}),
-       state(speaker, {{"pci", "analog-output-speaker"}}), 2},
-      {"the user picks another output that was there",
-       state(speaker, {{"pci", "analog-output-speaker"}, {"usb", ""}}),
-       state(usb, {{"pci", "analog-output-speaker"}, {"usb", ""}}), 8},
-      {"the last output goes: no default any more", state(usb, {{"usb", ""}}), state(std::nullopt, {}), 2},
-      {"a first output arrives", state(std::nullopt, {}), state(usb, {{"usb", ""}}), 1},
-  };
-  for (const Row& row : rows) {
-    EXPECT_EQ(platform::routeChangeReason(row.before, row.after), row.reason) << row.name;
   }
 }
 

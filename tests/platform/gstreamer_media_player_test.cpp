@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "applogic/platform/run_loop.h"
+#include "http/loopback.h"
 #include "platform/raw_clip_server.h"
 #include "platform/wav_clip.h"
 #include "run_until_quit.h"
@@ -55,14 +56,41 @@ bool eventually(Condition condition) {
   return condition();
 }
 
+// GStreamer's leaks tracer, set up with GStreamer itself (by GStreamerMediaPlayerTest), or null.
+GstTracer* leaksTracer() {
+  GList* tracers = gst_tracing_get_active_tracers();
+  GList* leaks = g_list_find_custom(tracers, "GstLeaksTracer", [](gconstpointer tracer, gconstpointer name) {
+    return g_strcmp0(G_OBJECT_TYPE_NAME(tracer), static_cast<const char*>(name));
+  });
+  GstTracer* found = leaks != nullptr ? GST_TRACER(leaks->data) : nullptr;
+  g_list_free_full(tracers, gst_object_unref);  // the tracing system keeps them
+  return found;
+}
+
+// How many elements, pads, buses, device monitors and devices were made since the tracer started
+// tracking and are still alive.
+std::ptrdiff_t keptGStreamerObjects(GstTracer* leaks) {
+  GstStructure* checkpoint = nullptr;
+  g_signal_emit_by_name(leaks, "activity-get-checkpoint", &checkpoint);
+  const auto size = [&](const char* list) { return gst_value_list_get_size(gst_structure_get_value(checkpoint, list)); };
+  const auto kept = static_cast<std::ptrdiff_t>(size("objects-created-list")) - size("objects-removed-list");
+  gst_structure_free(checkpoint);
+  return kept;
+}
+
 class GStreamerMediaPlayerTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    // The first call sets GStreamer up, which must not complain (a GLib critical is a misuse).
+    ::setenv("GST_TRACERS", "leaks(filters=\"GstElement,GstPad,GstBus,GstDeviceMonitor,GstDevice\")", 0);
+    // The first call sets GStreamer up, which must not complain (a GLib critical is a misuse), nor
+    // must asking for an audio output (whatever it says: its device providers stay, with a bus each).
     ::testing::internal::CaptureStderr();
-    factory = platform::makeGStreamerMediaPlayers(mainThread, center, {"fakesink sync=true", [this] { ++firstBuffers; }});
+    factory = platform::makeGStreamerMediaPlayers(mainThread, center, options);
+    static_cast<void>(platform::audioOutputDevicePresent());
     EXPECT_EQ(::testing::internal::GetCapturedStderr().find("CRITICAL"), std::string::npos);
     if (!playbinInstalled()) GTEST_SKIP() << "GStreamer with playbin is not installed";
+    leaks = leaksTracer();
+    if (leaks != nullptr) g_signal_emit_by_name(leaks, "activity-start-tracking");
     ASSERT_TRUE(factory);
     player = factory->makePlayer();
     observation = player->observeRate([this](float rate) { rates.push_back(rate); });
@@ -73,8 +101,17 @@ class GStreamerMediaPlayerTest : public ::testing::Test {
       if (quitOnReport) loop->quit();
     });
   }
+  // The players leave nothing of GStreamer's behind them.
   void TearDown() override {
-    if (factory) center->removeObserver(token);
+    if (!factory) return;
+    center->removeObserver(token);
+    observation.reset();
+    player.reset();
+    factory.reset();
+    // Nor does making players, or asking for an output.
+    static_cast<void>(platform::makeGStreamerMediaPlayers(mainThread, center, options));
+    static_cast<void>(platform::audioOutputDevicePresent());
+    EXPECT_EQ(leaks ? keptGStreamerObjects(leaks) : 0, 0);
   }
 
   // Plays the player's item until it reports its end or a failure.
@@ -100,6 +137,8 @@ class GStreamerMediaPlayerTest : public ::testing::Test {
   std::shared_ptr<platform::RunLoop> loop = mainThread->loop;
   std::shared_ptr<platform::NotificationCenter> center = platform::makeNotificationCenter();
   std::atomic<int> firstBuffers{0};
+  test::TestCertificate certificate;  // an https item's server's, and the players' one authority
+  const platform::GStreamerMediaOptions options{"fakesink sync=true", [this] { ++firstBuffers; }, certificate.caFile()};
   std::shared_ptr<platform::MediaPlayerFactory> factory;
   std::shared_ptr<platform::MediaPlayer> player;
   std::unique_ptr<platform::MediaPlayerRateObservation> observation;
@@ -107,6 +146,7 @@ class GStreamerMediaPlayerTest : public ::testing::Test {
   std::vector<std::string> reports;
   bool quitOnReport = true;
   platform::NotificationObserverToken token;
+  GstTracer* leaks = nullptr;
 };
 
 // A clip plays to its end, reported on the main thread, and again after a rewind; the first-buffer
@@ -114,8 +154,13 @@ class GStreamerMediaPlayerTest : public ::testing::Test {
 // again rather than seeking back, so a server that does not take Range requests (as
 // `python3 -m http.server`) plays the clip again as well.
 TEST_F(GStreamerMediaPlayerTest, AClipPlaysToItsEndAndAgainAfterARewindFromAFileOrOverHttp) {
-  RawClipServer server(testing::toneWavClip(0.2), false);
-  for (const std::string& url : {"file://" + test::writeClip("gst_clip.wav", 0.2), server.url()}) {
+  RawClipServer server(testing::toneWavClip(0.2), RawClipServer::whole);
+  test::LoopbackServer https{std::make_unique<httplib::SSLServer>(certificate.certificate(), certificate.key()), "https"};
+  https.server->Get("/clip.wav", [](const httplib::Request&, httplib::Response& response) {
+    response.set_content(testing::toneWavClip(0.2), "audio/x-wav");
+  });
+  https.start();
+  for (const std::string& url : {"file://" + test::writeClip("gst_clip.wav", 0.2), server.url(), https.url("/clip.wav")}) {
     SCOPED_TRACE(url);
     const Url clip = *Url::parse(url);
     rates.clear();
@@ -165,8 +210,8 @@ TEST_F(GStreamerMediaPlayerTest, WhatCannotBePlayedFailsOnceAndIsOpenedAgainOnly
       {"a text file", "file://" + notAudio, nullptr},
       // Port 1 of the loopback interface: nothing listens there, so the connection is refused.
       {"a refused connection", "http://127.0.0.1:1/clip.wav", nullptr},
-      {"text served as audio", "", std::make_shared<RawClipServer>(text, false)},
-      {"a server that vanishes mid-clip", "", std::make_shared<RawClipServer>(testing::toneWavClip(0.4), true)},
+      {"text served as audio", "", std::make_shared<RawClipServer>(text, RawClipServer::whole)},
+      {"a server that vanishes mid-clip", "", std::make_shared<RawClipServer>(testing::toneWavClip(0.4), RawClipServer::vanishes)},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
@@ -179,6 +224,7 @@ TEST_F(GStreamerMediaPlayerTest, WhatCannotBePlayedFailsOnceAndIsOpenedAgainOnly
     keepRunning();
     EXPECT_EQ(reports, std::vector<std::string>{kFailed});
     EXPECT_EQ(player->rate(), 0.0f);
+    EXPECT_EQ(player->duration(), std::nullopt);
     EXPECT_EQ(row.server ? row.server->requests() : 0, requests);
     if (row.name == std::string("text served as audio")) {
       playToAReport();
@@ -189,7 +235,8 @@ TEST_F(GStreamerMediaPlayerTest, WhatCannotBePlayedFailsOnceAndIsOpenedAgainOnly
 }
 
 // A new item, still paused, loads at once: it prerolls and knows its length before any play. The
-// end that the previous item reported just before it was replaced is not the new item's.
+// end that the previous item reported just before it was replaced is not the new item's, nor is
+// its length; a pause holds the new one.
 TEST_F(GStreamerMediaPlayerTest, ANewItemLoadsPausedAndHearsNothingOfThePreviousOne) {
   const Url clip = *Url::parse("file://" + test::writeClip("gst_short.wav", 0.2));
   player->replaceCurrentItem(factory->makeItem(clip));
@@ -199,12 +246,38 @@ TEST_F(GStreamerMediaPlayerTest, ANewItemLoadsPausedAndHearsNothingOfThePrevious
 
   player->play();
   ASSERT_TRUE(eventually([&] { return mainThread->posted.load() > 0; }));  // its end, still queued
-  player->replaceCurrentItem(factory->makeItem(*Url::parse("file://" + test::writeClip("gst_long.wav", 5.0))));
+  player->replaceCurrentItem(factory->makeItem(*Url::parse("file://" + test::writeClip("gst_next.wav", 0.1))));
+  EXPECT_NE(player->duration(), std::chrono::milliseconds(200));
   player->pause();
-  loop->runUntilIdle();
+  keepRunning();
   EXPECT_EQ(reports, std::vector<std::string>{});
   EXPECT_EQ(rates, (std::vector<float>{0.0f, 1.0f, 0.0f}));
   player->replaceCurrentItem(nullptr);
+}
+
+// While a stream's data stalls, the player holds it (the app's play included) and plays when the
+// data comes, unless the app paused meanwhile. A player that does not wait plays what came.
+TEST_F(GStreamerMediaPlayerTest, AStalledStreamIsHeldUntilItsDataComes) {
+  for (const bool waits : {true, false}) {
+    SCOPED_TRACE(waits);
+    reports.clear();
+    RawClipServer server(testing::toneWavClip(0.3), RawClipServer::holds);
+    player->setAutomaticallyWaitsToMinimizeStalling(waits);
+    player->replaceCurrentItem(factory->makeItem(*Url::parse(server.url())));
+    const int before = mainThread->posted.load();
+    ASSERT_TRUE(eventually([&] { return mainThread->posted.load() > before; }));  // buffering, from the start
+    loop->runUntilIdle();
+    player->play();
+    if (waits) keepRunning();
+    EXPECT_TRUE(waits ? player->currentTime() == std::chrono::nanoseconds(0)
+                      : eventually([&] { return player->currentTime() > std::chrono::nanoseconds(0); }));
+    player->pause();
+    server.release();
+    keepRunning();
+    EXPECT_EQ(reports, std::vector<std::string>{});
+    playToAReport();
+    EXPECT_EQ(reports, std::vector<std::string>{kEnd});
+  }
 }
 
 // A sink description that names no element makes no players.

@@ -8,19 +8,23 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <condition_variable>
 #include <cstddef>
+#include <mutex>
 #include <string>
 #include <thread>
 
 namespace applogic::test {
 
 // A loopback HTTP server as plain as `python3 -m http.server`: every request, Range or not, gets
-// 200 and the headers of the whole clip. With `vanishes`, the first answer carries only half of
-// the clip's bytes, then the server closes the connection and stops listening: the clip breaks
-// off midway and nothing answers again.
+// 200 and the headers of the whole clip. A server that `vanishes` sends only half of the clip's
+// bytes, then closes the connection and stops listening: the clip breaks off midway and nothing
+// answers again. One that `holds` keeps the clip's last 100 bytes until `release`.
 class RawClipServer {
  public:
-  RawClipServer(std::string clip, bool vanishes) {
+  enum Mode { whole, vanishes, holds };
+  RawClipServer(std::string clip, Mode mode) {
+    const bool vanishes = mode == Mode::vanishes;
     const int listener = ::socket(AF_INET, SOCK_STREAM, 0);
     listener_.store(listener);
     sockaddr_in address{};
@@ -30,7 +34,7 @@ class RawClipServer {
     EXPECT_TRUE(::bind(listener, reinterpret_cast<sockaddr*>(&address), length) == 0 && ::listen(listener, 8) == 0);
     ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length);
     port_ = ntohs(address.sin_port);
-    thread_ = std::thread([this, listener, vanishes, clip = std::move(clip)] {
+    thread_ = std::thread([this, listener, vanishes, mode, clip = std::move(clip)] {
       for (;;) {
         const int connection = ::accept(listener, nullptr, nullptr);
         if (vanishes) stopListening();
@@ -44,15 +48,23 @@ class RawClipServer {
         }
         const std::string answer = "HTTP/1.1 200 OK\r\nContent-Type: audio/x-wav\r\nConnection: close\r\n"
                                    "Content-Length: " + std::to_string(clip.size()) + "\r\n\r\n" +
-                                   (vanishes ? clip.substr(0, clip.size() / 2) : clip);
+                                   (mode == Mode::whole      ? clip
+                                    : mode == Mode::vanishes ? clip.substr(0, clip.size() / 2)
+                                                             : clip.substr(0, clip.size() - 100));
         // The client may hang up first (it has what it wanted); that is not a failure.
         ::send(connection, answer.data(), answer.size(), MSG_NOSIGNAL);
+        if (mode == Mode::holds) {
+          std::unique_lock lock(mutex_);
+          released_.wait(lock, [this] { return release_; });
+          ::send(connection, clip.data() + clip.size() - 100, 100, MSG_NOSIGNAL);
+        }
         ::close(connection);
         if (vanishes) return;
       }
     });
   }
   ~RawClipServer() {
+    release();
     stopListening();
     thread_.join();
   }
@@ -61,6 +73,11 @@ class RawClipServer {
 
   std::string url() const { return "http://127.0.0.1:" + std::to_string(port_) + "/clip.wav"; }
   std::size_t requests() const { return requests_.load(); }
+  void release() {
+    std::lock_guard lock(mutex_);
+    release_ = true;
+    released_.notify_all();
+  }
 
  private:
   // Whichever comes first, the end of a vanishing answer or the end of the test; shutting down
@@ -75,6 +92,9 @@ class RawClipServer {
   std::atomic<int> listener_{-1};
   int port_ = 0;
   std::atomic<std::size_t> requests_{0};
+  std::mutex mutex_;
+  std::condition_variable released_;
+  bool release_ = false;
   std::thread thread_;
 };
 

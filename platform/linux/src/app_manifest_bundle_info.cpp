@@ -63,7 +63,7 @@ std::shared_ptr<const BundleInfo> makeAppManifestBundleInfo(std::filesystem::pat
 std::filesystem::path defaultAppManifestPath() {
   std::error_code error;
   const auto executable = std::filesystem::read_symlink("/proc/self/exe", error);
-  if (error || executable.empty()) return kManifestName;
+  if (error) return kManifestName;
   return executable.parent_path() / kManifestName;
 }
 

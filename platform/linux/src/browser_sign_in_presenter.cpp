@@ -36,8 +36,7 @@ class BrowserSignInPresenter final : public BrowserOnlySignInPresenter {
     // xdg-open may run as long as the browser it starts; it is reaped off the main thread so
     // that neither a zombie nor a wait is left behind.
     std::thread([pid] {
-      int status = 0;
-      while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+      while (waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
       }
     }).detach();
     return true;

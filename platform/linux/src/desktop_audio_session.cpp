@@ -9,7 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
-#include <condition_variable>
+#include <future>
 #include <list>
 #include <string_view>
 #include <utility>
@@ -133,8 +133,7 @@ int routeChangeReason(const SoundServerState& before, const SoundServerState& af
 
 // A connection to the sound server on libpulse's threaded main loop. Every callback runs on the
 // loop's thread with the loop's lock held. The state is read again (server information, then
-// every sink) after each change of a sink or of the server; one reading is in flight at a time,
-// and changes that arrive meanwhile ask for one more.
+// every sink) after each change of a sink or of the server.
 class DesktopAudioSession::SoundServer {
  public:
   using Listener = std::function<void(SoundServerState)>;
@@ -146,6 +145,8 @@ class DesktopAudioSession::SoundServer {
   }
 
   ~SoundServer() {
+    // libpulse makes no loop when no file descriptor is left.
+    if (loop_ == nullptr) return;
     // After stop the loop's thread has ended: no callback runs any more. (Stopping a loop that
     // never started does nothing.)
     pa_threaded_mainloop_stop(loop_);
@@ -168,20 +169,13 @@ class DesktopAudioSession::SoundServer {
     // No autospawn: a host that plays previews must not start a sound server of its own.
     if (pa_context_connect(context_, nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr) < 0) return false;
     if (pa_threaded_mainloop_start(loop_) < 0) return false;
-    std::unique_lock lock(mutex_);
-    answered_.wait_for(lock, patience, [&] { return outcome_ != Outcome::waiting; });
-    return outcome_ == Outcome::answered;
+    std::future<bool> answer = answered_.get_future();
+    return answer.wait_for(patience) == std::future_status::ready && answer.get();
   }
 
-  enum class Outcome { waiting, answered, failed };
-
-  void settle(Outcome outcome) {
-    {
-      std::lock_guard lock(mutex_);
-      if (outcome_ != Outcome::waiting) return;
-      outcome_ = outcome;
-    }
-    answered_.notify_all();
+  // The first outcome only: whether the server answered, or the connection failed first.
+  void settle(bool answered) {
+    if (!std::exchange(settled_, true)) answered_.set_value(answered);
   }
 
   static void onContextState(pa_context* context, void* data) {
@@ -198,7 +192,7 @@ class DesktopAudioSession::SoundServer {
         break;
       case PA_CONTEXT_FAILED:
       case PA_CONTEXT_TERMINATED:
-        self->settle(Outcome::failed);
+        self->settle(false);
         break;
       default:
         break;
@@ -212,55 +206,39 @@ class DesktopAudioSession::SoundServer {
     }
   }
 
+  // Both requests go at once. The server answers a client's requests in the order they came, so
+  // the answers of one reading all arrive before those of the next.
   void read() {
-    if (reading_) {
-      readAgain_ = true;
-      return;
-    }
-    reading_ = true;
-    readAgain_ = false;
-    pending_ = SoundServerState{};
-    defaultSink_.clear();
-    if (pa_operation* reading = pa_context_get_server_info(context_, &SoundServer::onServerInfo, this)) {
-      pa_operation_unref(reading);
-    } else {
-      reading_ = false;
+    for (pa_operation* reading : {pa_context_get_server_info(context_, &SoundServer::onServerInfo, this),
+                                  pa_context_get_sink_info_list(context_, &SoundServer::onSink, this)}) {
+      // Null only on a context that has failed for good: no answer or change follows.
+      if (reading != nullptr) pa_operation_unref(reading);
     }
   }
 
-  static void onServerInfo(pa_context* context, const pa_server_info* info, void* data) {
+  static void onServerInfo(pa_context*, const pa_server_info* info, void* data) {
     auto* self = static_cast<SoundServer*>(data);
-    if (info != nullptr && info->default_sink_name != nullptr) self->defaultSink_ = info->default_sink_name;
-    if (pa_operation* reading = pa_context_get_sink_info_list(context, &SoundServer::onSink, self)) {
-      pa_operation_unref(reading);
-    } else {
-      self->reading_ = false;
-    }
+    self->pending_ = SoundServerState{};
+    self->defaultSink_ = info != nullptr && info->default_sink_name != nullptr ? info->default_sink_name : "";
   }
 
+  // Every sink, then the end of the list (no sink, `last` 1) or a failure (`last` -1).
   static void onSink(pa_context*, const pa_sink_info* info, int last, void* data) {
     auto* self = static_cast<SoundServer*>(data);
-    if (last == 0 && info != nullptr) {
-      self->add(*info);
-      return;
-    }
-    self->reading_ = false;
-    // A failed reading (last < 0) delivers nothing; the next change reads again.
-    if (last > 0) {
-      self->listener_(std::move(self->pending_));
-      self->settle(Outcome::answered);
-    }
-    if (self->readAgain_) self->read();
+    if (info != nullptr) return self->add(*info);
+    // A failed reading delivers nothing; the next change reads again.
+    if (last != 1) return;
+    self->listener_(std::move(self->pending_));
+    self->settle(true);
   }
 
   void add(const pa_sink_info& sink) {
     const std::string name = sink.name == nullptr ? "" : sink.name;
-    if (sink.n_ports == 0 || sink.ports == nullptr) pending_.playable.emplace_back(name, "");
-    for (std::uint32_t i = 0; sink.ports != nullptr && i < sink.n_ports; ++i) {
-      const pa_sink_port_info* port = sink.ports[i];
-      if (port != nullptr && port->available != PA_PORT_AVAILABLE_NO && port->name != nullptr) {
-        pending_.playable.emplace_back(name, port->name);
-      }
+    // libpulse hands `n_ports` ports, none of them null.
+    if (sink.n_ports == 0) pending_.playable.emplace_back(name, "");
+    for (std::uint32_t i = 0; i < sink.n_ports; ++i) {
+      const pa_sink_port_info& port = *sink.ports[i];
+      if (port.available != PA_PORT_AVAILABLE_NO && port.name != nullptr) pending_.playable.emplace_back(name, port.name);
     }
     if (name != defaultSink_) return;
     SoundServerOutput output;
@@ -284,14 +262,12 @@ class DesktopAudioSession::SoundServer {
   pa_threaded_mainloop* const loop_;
   pa_context* context_ = nullptr;
   // On the loop's thread only.
-  bool reading_ = false;
-  bool readAgain_ = false;
   std::string defaultSink_;
   SoundServerState pending_;
-  // The first answer, waited for by `start`.
-  std::mutex mutex_;
-  std::condition_variable answered_;
-  Outcome outcome_ = Outcome::waiting;
+  // The first outcome, waited for by `start`. (settle runs in `start`, before the loop's thread
+  // starts, or on that thread.)
+  bool settled_ = false;
+  std::promise<bool> answered_;
 };
 
 DesktopAudioSession::DesktopAudioSession(std::shared_ptr<NotificationCenter> notificationCenter)

@@ -15,16 +15,8 @@ namespace applogic::platform {
 namespace {
 
 bool gstreamerAvailable() {
-  static const bool available = [] {
-    GError* error = nullptr;
-    const bool initialised = gst_init_check(nullptr, nullptr, &error);
-    if (error != nullptr) g_error_free(error);
-    if (!initialised) return false;
-    GstElementFactory* playbin = gst_element_factory_find("playbin");
-    if (playbin == nullptr) return false;
-    gst_object_unref(playbin);
-    return true;
-  }();
+  static const bool available = gst_init_check(nullptr, nullptr, nullptr) &&
+                                gst_registry_check_feature_version(gst_registry_get(), "playbin", 1, 0, 0);
   return available;
 }
 
@@ -41,9 +33,9 @@ GstElement* makeAudioSink(const std::string& description) {
   return sink;
 }
 
-// playbin's GstPlayFlags: sound only (no video or subtitle branches), with software volume.
+// playbin's GstPlayFlags: sound only (no video or subtitle branches). Not its software volume:
+// nothing sets a volume, and with it playsink (GStreamer 1.22) keeps one volume element per load.
 constexpr int kPlayFlagAudio = 1 << 1;
-constexpr int kPlayFlagSoftVolume = 1 << 4;
 
 class GStreamerItem final : public MediaPlayerItem {
  public:
@@ -121,16 +113,15 @@ class GStreamerPlayer final : public MediaPlayer, public std::enable_shared_from
     gst_element_set_state(playbin_, GST_STATE_NULL);
     generation_->fetch_add(1);
     itemGeneration_->fetch_add(1);
-    bool playing = false;
-    {
+    const bool playing = [&] {
       std::lock_guard lock(mutex_);
       item_ = item;
       buffering_ = false;
       ended_ = false;
       duration_.reset();
       loaded_ = item != nullptr;
-      playing = rate_ > 0.0f;
-    }
+      return rate_ > 0.0f;
+    }();
     if (!item) return;
     g_object_set(playbin_, "uri", item->url().string().c_str(), nullptr);
     gst_element_set_state(playbin_, playing ? GST_STATE_PLAYING : GST_STATE_PAUSED);
@@ -181,13 +172,11 @@ class GStreamerPlayer final : public MediaPlayer, public std::enable_shared_from
   // item rewound after its end: a stream whose server cannot seek (no Range requests) fails the
   // seek, while loading it again works everywhere and costs the same one request.
   void seek(std::chrono::nanoseconds time) override {
-    if (!isLoaded()) return;
-    bool ended = false;
-    {
-      std::lock_guard lock(mutex_);
-      ended = ended_ && time.count() == 0;
-    }
-    if (ended) return unload();
+    std::unique_lock lock(mutex_);
+    if (!item_ || !loaded_) return;
+    const bool rewindAfterTheEnd = ended_ && time.count() == 0;
+    lock.unlock();
+    if (rewindAfterTheEnd) return unload();
     gst_element_seek_simple(playbin_, GST_FORMAT_TIME,
                             static_cast<GstSeekFlags>(GST_SEEK_FLAG_FLUSH | GST_SEEK_FLAG_ACCURATE),
                             static_cast<gint64>(time.count()));
@@ -237,8 +226,16 @@ class GStreamerPlayer final : public MediaPlayer, public std::enable_shared_from
     Observer observer_;
   };
 
+  // A sync handler that drops a message owns it: the message holds its source, and with it the
+  // pipeline, until it is released.
   static GstBusSyncReply onBusMessage(GstBus* /*bus*/, GstMessage* message, gpointer data) {
-    const auto* context = static_cast<const BusContext*>(data);
+    hand(*static_cast<const BusContext*>(data), message);
+    gst_message_unref(message);
+    return GST_BUS_DROP;
+  }
+
+  // Hands what the player reacts to over to the main thread.
+  static void hand(const BusContext& context, GstMessage* message) {
     Report report = Report::end;
     std::string reason;
     switch (GST_MESSAGE_TYPE(message)) {
@@ -247,12 +244,9 @@ class GStreamerPlayer final : public MediaPlayer, public std::enable_shared_from
         break;
       case GST_MESSAGE_ERROR: {
         report = Report::failure;
-        GError* error = nullptr;
+        g_autoptr(GError) error = nullptr;  // never null in an error message
         gst_message_parse_error(message, &error, nullptr);
-        if (error != nullptr) {
-          reason = error->message != nullptr ? error->message : "";
-          g_error_free(error);
-        }
+        reason = error->message;
         break;
       }
       case GST_MESSAGE_BUFFERING: {
@@ -262,13 +256,12 @@ class GStreamerPlayer final : public MediaPlayer, public std::enable_shared_from
         break;
       }
       default:
-        return GST_BUS_DROP;
+        return;
     }
-    const std::uint64_t generation = context->generation->load();
-    context->mainThread->post([player = context->player, report, generation, reason = std::move(reason)] {
+    const std::uint64_t generation = context.generation->load();
+    context.mainThread->post([player = context.player, report, generation, reason = std::move(reason)] {
       if (auto self = player.lock()) self->handle(report, generation, reason);
     });
-    return GST_BUS_DROP;
   }
 
   // On the main thread.
@@ -396,7 +389,7 @@ class GStreamerFactory final : public MediaPlayerFactory {
       if (sink != nullptr) gst_object_unref(sink);
       return nullptr;
     }
-    g_object_set(playbin, "audio-sink", sink, "flags", kPlayFlagAudio | kPlayFlagSoftVolume, nullptr);
+    g_object_set(playbin, "audio-sink", sink, "flags", kPlayFlagAudio, nullptr);
     auto player = std::make_shared<GStreamerPlayer>(playbin, mainThread_, notificationCenter_);
     // playbin took the floating reference; the sink lives as long as the player.
     if (options_.onFirstBuffer) player->reportFirstBuffers(sink, options_.onFirstBuffer);
