@@ -215,10 +215,11 @@ GDBusMessage* countKeyringCalls(GDBusConnection*, GDBusMessage* message, gboolea
 }
 
 // Items that another program wrote under this store's name rank by their order numbers (as
-// numbers), not by their places in the keyring, within the class asked for; an attribute outside
-// the store's own does not stop an update. Calls that read, change or remove items let the keyring
-// unlock them (libsecret asks for all it finds; a locked collection prompts on the desktop); an add
-// and an update's search for other holders of its service do not. One session serves every call.
+// numbers), not by their places in the keyring, within the class asked for, ahead of one the store
+// adds after them; an attribute outside the store's own does not stop an update. Calls that
+// read, change or remove items let the keyring unlock them (libsecret asks for all it finds; a
+// locked collection prompts on the desktop); an add and an update's search for other holders of
+// its service do not. One session serves every call.
 TEST(LibsecretSecureStore, ItemsWrittenElsewhereRankByOrderAndTakeUpdatesOnOneSession) {
   SKIP_WITHOUT_KEYRING();
   Keyring keyring;
@@ -245,11 +246,11 @@ TEST(LibsecretSecureStore, ItemsWrittenElsewhereRankByOrderAndTakeUpdatesOnOneSe
   const guint filter = g_dbus_connection_add_filter(bus, countKeyringCalls, nullptr, nullptr);
   sessionsOpened = unlocksAsked = 0;
   const auto store = keyring.make();
+  EXPECT_EQ(store->add(item("mine", {1})), status::kSuccess);
   SecureItem first;
   ASSERT_EQ(store->copyMatching({kGeneric, {}, {}, {}}, SecureItemReturn::attributes, &first), status::kSuccess);
   EXPECT_EQ(first.service, "early");
   EXPECT_EQ(store->update(query("late"), {std::nullopt, "late", kWhenUnlocked, std::nullopt}), status::kSuccess);
-  EXPECT_EQ(store->add(item("mine", {1})), status::kSuccess);
   EXPECT_EQ(store->remove(query("mine")), status::kSuccess);
   EXPECT_EQ(unlocksAsked, 3);
   EXPECT_EQ(sessionsOpened, 1);
