@@ -1,8 +1,10 @@
 // The OpenSSL ports (random bytes, SHA-256, RSA signatures) and the POSIX file reader.
+#define OPENSSL_SUPPRESS_DEPRECATED  // a failing generator is put in with RAND_set_rand_method
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <openssl/err.h>
 #include <openssl/evp.h>
+#include <openssl/rand.h>
 #include <openssl/rsa.h>
 #include <unistd.h>
 
@@ -23,19 +25,23 @@ namespace {
 using Bytes = std::vector<std::uint8_t>;
 using Sha256Digest = platform::Crypto::Sha256Digest;
 
-Bytes bytesOf(std::string_view text) { return Bytes(text.begin(), text.end()); }
-
-TEST(OpenSslSecureRandom, FillsEveryByteOfARequest) {
+TEST(OpenSslSecureRandom, FillsEveryByteOfARequestOrAnswersFalse) {
   const auto random = platform::makeOpenSslSecureRandom();
   Bytes bytes(4096, 0);
   ASSERT_TRUE(random->fill(bytes));
   // 4096 random bytes hold about 16 zeros; a fill that skipped a part would leave thousands.
   EXPECT_LT(std::count(bytes.begin(), bytes.end(), 0), 200);
   EXPECT_TRUE(random->fill(std::span<std::uint8_t>()));
+  RAND_METHOD failing{};
+  failing.bytes = [](unsigned char*, int) { return 0; };
+  const RAND_METHOD* openssl = RAND_get_rand_method();
+  RAND_set_rand_method(&failing);
+  EXPECT_FALSE(random->fill(bytes));  // when the generator fails
+  RAND_set_rand_method(openssl);
 }
 
 TEST(OpenSslCrypto, Sha256OfAKnownText) {
-  const auto digest = platform::makeOpenSslCrypto()->sha256(bytesOf("abc"));
+  const auto digest = platform::makeOpenSslCrypto()->sha256(Bytes{'a', 'b', 'c'});
   ASSERT_TRUE(digest);
   const Sha256Digest expected{0xba, 0x78, 0x16, 0xbf, 0x8f, 0x01, 0xcf, 0xea, 0x41, 0x41, 0x40,
                               0xde, 0x5d, 0xae, 0x22, 0x23, 0xb0, 0x03, 0x61, 0xa3, 0x96, 0x17,
@@ -108,9 +114,6 @@ TEST(OpenSslCrypto, VerifiesASignatureOnlyWithItsKeyAndItsDigest) {
         {"its key cut short", truncated, kDigest, pair.signature, false},
         {"another digest", pair.publicKey, otherDigest, pair.signature, false},
         {"no signature", pair.publicKey, kDigest, {}, false},
-        {"not a key", bytesOf("not a key at all"), kDigest, pair.signature, false},
-        {"an empty element", Bytes{0x30, 0x00}, kDigest, pair.signature, false},
-        {"an indefinite length", Bytes{0x30, 0x80, 0x00, 0x00}, kDigest, pair.signature, false},
         {"its key's length in four bytes", withLengthIn(pair.publicKey, 4), kDigest, pair.signature, true},
         {"its key's length in five bytes", withLengthIn(pair.publicKey, 5), kDigest, pair.signature, false},
     };
@@ -122,10 +125,12 @@ TEST(OpenSslCrypto, VerifiesASignatureOnlyWithItsKeyAndItsDigest) {
   }
 }
 
-// Reads whole files of any size, and says why it cannot with the error number.
+// Reads whole files of any size, and says why it cannot with the error number. With standard
+// input closed, each file opens as descriptor 0: it is read like any other, and closed.
 TEST(ReadWholeFile, ReadsAnyLengthAndAnswersTheErrorNumberOtherwise) {
   const std::string dir = ::testing::TempDir() + "read_whole_file/";
   std::filesystem::create_directories(dir);
+  ASSERT_EQ(::close(0), 0);
   for (const std::size_t size : {std::size_t{0}, std::size_t{1}, std::size_t{200000}}) {
     std::string content(size, 'x');
     for (std::size_t i = 0; i < size; ++i) content[i] = static_cast<char>('a' + i % 26);
@@ -145,14 +150,6 @@ TEST(ReadWholeFile, ReadsAnyLengthAndAnswersTheErrorNumberOtherwise) {
     EXPECT_EQ(read.bytes, std::nullopt) << row.path;
     EXPECT_EQ(read.error, row.error) << row.path;
   }
-}
-
-// With standard input closed, a file opens as descriptor 0: it is read like any other, and closed.
-TEST(ReadWholeFile, UsesAndClosesDescriptorZero) {
-  const std::string path = ::testing::TempDir() + "read_whole_file_fd0";
-  std::ofstream(path) << "zero";
-  ASSERT_EQ(::close(0), 0);
-  EXPECT_EQ(platform::readWholeFile(path).bytes, "zero");
   const int next = ::open("/dev/null", O_RDONLY);
   EXPECT_EQ(next, 0);
   if (next >= 0) ::close(next);

@@ -27,12 +27,9 @@ class OpenSslSecureRandom final : public SecureRandom {
 class OpenSslCrypto final : public Crypto {
  public:
   std::optional<Sha256Digest> sha256(std::span<const std::uint8_t> bytes) const override {
+    // SHA-256 always gives 32 bytes, the size of the digest: no length to look at.
     Sha256Digest digest{};
-    unsigned int length = 0;
-    if (EVP_Digest(bytes.data(), bytes.size(), digest.data(), &length, EVP_sha256(), nullptr) != 1 ||
-        length != digest.size()) {
-      return std::nullopt;
-    }
+    if (EVP_Digest(bytes.data(), bytes.size(), digest.data(), nullptr, EVP_sha256(), nullptr) != 1) return std::nullopt;
     return digest;
   }
 
@@ -47,31 +44,29 @@ class OpenSslCrypto final : public Crypto {
 
  private:
   // The length of the DER element at the start of `der` (header and contents), or 0 when its
-  // header is not a definite length that fits the data. Key data may carry trailing bytes; only
-  // the element itself is handed to the decoder.
+  // header does not fit the data (the decoder refuses 0 bytes). Key data may carry trailing
+  // bytes; only the element itself is handed to the decoder. The indefinite length (0x80, not
+  // DER) reads as a long form without length bytes: an element with no contents, never a key.
   static std::size_t derElementLength(std::span<const std::uint8_t> der) {
     if (der.size() < 2) return 0;
     std::size_t header = 2;
     std::size_t length = der[1];
-    if (length > 0x80) {
-      const std::size_t count = length - 0x80;
+    if (length & 0x80) {
+      const std::size_t count = length & 0x7f;
       if (count > sizeof(std::uint32_t) || der.size() < 2 + count) return 0;
       length = 0;
       for (std::size_t i = 0; i < count; ++i) length = (length << 8) | der[2 + i];
       header += count;
-    } else if (length == 0x80) {
-      return 0;  // indefinite length is not DER
     }
     return length <= der.size() - header ? header + length : 0;
   }
 
   static bool verify(std::span<const std::uint8_t> publicKey, const Sha256Digest& digest,
                      std::span<const std::uint8_t> signature) {
-    const std::size_t length = derElementLength(publicKey);
-    if (length == 0 || signature.empty()) return false;
+    if (signature.empty()) return false;
     const unsigned char* cursor = publicKey.data();
     std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> key(
-        d2i_PublicKey(EVP_PKEY_RSA, nullptr, &cursor, static_cast<long>(length)), &EVP_PKEY_free);
+        d2i_PublicKey(EVP_PKEY_RSA, nullptr, &cursor, static_cast<long>(derElementLength(publicKey))), &EVP_PKEY_free);
     if (!key) return false;
     std::unique_ptr<EVP_PKEY_CTX, decltype(&EVP_PKEY_CTX_free)> context(EVP_PKEY_CTX_new(key.get(), nullptr),
                                                                         &EVP_PKEY_CTX_free);

@@ -38,12 +38,13 @@ FileContents readWholeFile(const std::filesystem::path& path) {
   char buffer[1 << 16];
   for (;;) {
     const ssize_t got = ::read(file.get(), buffer, sizeof buffer);
-    if (got == 0) break;
-    if (got < 0) {
-      if (errno == EINTR) continue;
+    if (got > 0) {
+      bytes.append(buffer, static_cast<std::size_t>(got));
+    } else if (got == 0) {
+      break;
+    } else if (errno != EINTR) {
       return failure(errno);
     }
-    bytes.append(buffer, static_cast<std::size_t>(got));
   }
   return FileContents{std::move(bytes), 0};
 }
