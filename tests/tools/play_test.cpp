@@ -32,7 +32,7 @@ TEST(TunevoPlay, PlaysAClipToItsEndWithoutASoundDevice) {
 // The rewind after the end must not ask such a server for a range it cannot serve.
 TEST(TunevoPlay, PlaysToTheEndFromAServerWithoutRanges) {
   std::ifstream in(applogic::test::writeClip("play_plain.wav", 0.3), std::ios::binary);
-  applogic::test::RawClipServer server(std::string(std::istreambuf_iterator<char>(in), {}), false);
+  applogic::test::RawClipServer server(std::string(std::istreambuf_iterator<char>(in), {}), applogic::test::RawClipServer::whole);
   const Outcome run = runTunevo("play --sink 'fakesink sync=true' " + server.url());
   EXPECT_EQ(run.status, 0) << run.err;
   EXPECT_NE(run.out.find("\nplayed to the end\n"), std::string::npos) << run.out;
