@@ -141,8 +141,8 @@ TEST(DesktopAudioSessionOnATestServer, FollowsTheDefaultOutputAndSaysWhyItMoved)
   EXPECT_TRUE(platform::audioOutputDevicePresent());
 #endif
   const auto openFiles = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); };
-  const auto filesBefore = openFiles();
   auto loop = std::make_shared<platform::RunLoop>();
+  const auto filesBefore = openFiles();  // the loop's own descriptor stays with it
   auto center = platform::makeNotificationCenter();
   std::optional<platform::DesktopAudioSession> optionalSession(std::in_place, center, loop);
   platform::DesktopAudioSession& session = *optionalSession;

@@ -98,6 +98,14 @@ SecureStoreStatus statusOf(const GError* error) {
   return status::kNotAvailable;
 }
 
+// Whether an error from a call on an item that a search found says the item is no longer there:
+// another program removed it in between. gnome-keyring answers so with D-Bus's "unknown method"
+// ("Object does not exist at path"), not with libsecret's "no such object".
+bool isGone(const GError* error) {
+  return statusOf(error) == status::kItemNotFound ||
+         (error->domain == G_DBUS_ERROR && (error->code == G_DBUS_ERROR_UNKNOWN_METHOD || error->code == G_DBUS_ERROR_UNKNOWN_OBJECT));
+}
+
 struct ObjectUnref {
   void operator()(gpointer object) const { g_object_unref(object); }
 };
@@ -308,7 +316,7 @@ class LibsecretSecureStore final : public SecureStore {
     }
     for (const Found& match : matches) {
       ErrorSlot error;
-      if (!secret_item_delete_sync(match.item.get(), nullptr, error.out()) && statusOf(error.get()) != status::kItemNotFound) {
+      if (!secret_item_delete_sync(match.item.get(), nullptr, error.out()) && !isGone(error.get())) {
         return fail(error);
       }
     }
