@@ -11,10 +11,8 @@
 #include <atomic>
 #include <cstdio>
 #include <cstring>
-#include <limits>
 #include <mutex>
 #include <string>
-#include <type_traits>
 #include <unordered_map>
 
 #include <boost/url/parse.hpp>
