@@ -255,6 +255,17 @@ TEST_F(GStreamerMediaPlayerTest, ANewItemLoadsPausedAndHearsNothingOfThePrevious
   player->replaceCurrentItem(nullptr);
 }
 
+// A rewind before the end seeks within the playing item, which plays on to its end (only a rewind
+// after the end loads the item again).
+TEST_F(GStreamerMediaPlayerTest, ARewindBeforeTheEndKeepsPlaying) {
+  player->replaceCurrentItem(factory->makeItem(*Url::parse("file://" + test::writeClip("gst_rewound.wav", 0.6))));
+  player->play();
+  ASSERT_TRUE(eventually([&] { return player->currentTime() > std::chrono::nanoseconds(0); }));
+  player->seek(std::chrono::seconds(0));
+  ASSERT_TRUE(test::runUntilQuit(*loop));
+  EXPECT_EQ(reports, std::vector<std::string>{kEnd});
+}
+
 // While a stream's data stalls, the player holds it (the app's play included) and plays when the
 // data comes, unless the app paused meanwhile. A player that does not wait plays what came.
 TEST_F(GStreamerMediaPlayerTest, AStalledStreamIsHeldUntilItsDataComes) {

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <ctime>
 #include <filesystem>
 #include <iterator>
 #include <string>
@@ -79,11 +80,19 @@ TEST(RunLoopTimer, FiresOnceInDeadlineOrderAndNotWhenCancelled) {
   loop.startTimer(now + 20ms, [&] { fired.push_back("later"); });
   loop.startTimer(now, [&] { fired.push_back("now"); });
   const auto cancelled = loop.startTimer(now, [&] { fired.push_back("cancelled"); });
-  loop.startTimer(now + 40ms, [&] { fired.push_back("last"), loop.quit(); });
+  loop.startTimer(now + 100ms, [&] { fired.push_back("last"), loop.quit(); });
   loop.startTimer(now + 1h, [&] { fired.push_back("in an hour"); });
   loop.cancelTimer(cancelled);
   loop.cancelTimer(cancelled);  // no error
-  loop.run();  // sleeps until each deadline
+  const auto cpuTime = [] {
+    timespec time{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+  };
+  const auto cpuBefore = cpuTime();
+  loop.run();
+  // It slept until each deadline: a loop that polled meanwhile would have used the CPU throughout.
+  EXPECT_LT(cpuTime() - cpuBefore, 25ms);
   EXPECT_EQ(fired, (std::vector<std::string>{"now", "later", "last"}));
   EXPECT_EQ(loop.runUntilIdle(), 0u) << "runUntilIdle does not wait for a timer";
 }

@@ -160,9 +160,7 @@ int RunLoop::sleepLimit() const {
   std::optional<Clock::time_point> wakeAt;
   if (wakeFd_ < 0) wakeAt = Clock::now() + kSliceWithoutWakeFd;
   // A handful of timers at most (one per HTTP client): a scan beats keeping them sorted.
-  for (const auto& [id, timer] : timers_) {
-    if (!wakeAt || timer.deadline < *wakeAt) wakeAt = timer.deadline;
-  }
+  for (const auto& [id, timer] : timers_) wakeAt = std::min(wakeAt.value_or(timer.deadline), timer.deadline);
   return wakeAt ? pollTimeoutUntil(*wakeAt) : -1;
 }
 
