@@ -295,7 +295,7 @@ class GStreamerPlayer final : public MediaPlayer, public std::enable_shared_from
         break;
       }
       case Report::bufferingStarted:
-        if (!waits) break;
+        if (!waits || (playing && stillPrerolling())) break;
         {
           std::lock_guard lock(mutex_);
           buffering_ = true;
@@ -312,6 +312,15 @@ class GStreamerPlayer final : public MediaPlayer, public std::enable_shared_from
         break;
       }
     }
+  }
+
+  // Whether the pipeline is still on its way to the state last asked for. A pause asked for then,
+  // on the way to PLAYING, turns into a second preroll that a clip already queued whole never
+  // completes: the pipeline would wait in PAUSED for good, deaf to the later PLAYING. So while it
+  // prerolls a play goes on; should the data stall once it plays, the queue reports buffering
+  // again and the pause comes then.
+  bool stillPrerolling() const {
+    return gst_element_get_state(playbin_, nullptr, nullptr, 0) == GST_STATE_CHANGE_ASYNC;
   }
 
   // Drops the pipeline's stream; reports it made before carry the old generation and are dropped.
