@@ -59,14 +59,7 @@ class Catalog : public ::testing::Test {
 
   template <class Condition>
   bool pumpUntil(Condition done) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (!done()) {
-      if (mainThread->runUntilIdle() == 0) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-      }
-    }
-    return true;
+    return services::pumpUntil([this] { return mainThread->runUntilIdle(); }, done);
   }
 
   std::size_t requestsTo(std::string_view path) const {

@@ -75,6 +75,21 @@ std::shared_ptr<Recorded<T>> record(const rx::Observable<T>& source) {
   return recorded;
 }
 
+/// Runs `pump` (a main thread's pending tasks; it answers how many ran) until `done` holds, also
+/// waiting for tasks that other threads post (a reconnection timer, an answer over loopback), for
+/// at most 20 s.
+template <class Pump, class Condition>
+bool pumpUntil(Pump pump, Condition done) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  while (!done()) {
+    if (pump() == 0) {
+      if (std::chrono::steady_clock::now() > deadline) return false;
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+  }
+  return true;
+}
+
 inline constexpr const char* kBase = "https://catalog.test/v1";
 
 class ServiceFixture : public ::testing::Test {
@@ -95,18 +110,9 @@ class ServiceFixture : public ::testing::Test {
     giphy = giphyMade.value();
   }
 
-  /// Runs the main thread's tasks until `done` holds, also waiting for tasks that other threads
-  /// post (the update streams' reconnection timer), for at most 10 s.
   template <class Condition>
   bool pumpUntil(Condition done) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!done()) {
-      if (mainThread->runPending() == 0) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-      }
-    }
-    return true;
+    return services::pumpUntil([this] { return mainThread->runPending(); }, done);
   }
 
   std::shared_ptr<testing::ManualMainThread> mainThread = std::make_shared<testing::ManualMainThread>();
