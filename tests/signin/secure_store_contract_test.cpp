@@ -259,27 +259,39 @@ TEST(LibsecretSecureStore, ItemsWrittenElsewhereRankByOrderAndTakeUpdatesOnOneSe
   EXPECT_EQ(held(*store, "late"), (SecureItem{kGeneric, "late", kWhenUnlocked, Bytes{'s', 'e', 'c', 'r', 'e', 't'}}));
 }
 
-// An item that another program removes between the store's search and its delete is removed as
-// far as the caller is concerned: its delete is sent to a path the keyring no longer has.
-std::atomic<bool> deleteElsewhere{false};
-GDBusMessage* deleteAnotherPath(GDBusConnection*, GDBusMessage* message, gboolean incoming, gpointer) {
-  if (incoming || !deleteElsewhere || g_strcmp0(g_dbus_message_get_member(message), "Delete") != 0) return message;
+// An item that another program removes between the store's search and the call on it: its call
+// is sent to a path the keyring no longer has. A removal counts it as removed; a read or an update
+// finds nothing.
+std::atomic<const char*> callSentElsewhere{nullptr};
+GDBusMessage* sendElsewhere(GDBusConnection*, GDBusMessage* message, gboolean incoming, gpointer) {
+  const char* member = callSentElsewhere.load();
+  if (incoming || member == nullptr || g_strcmp0(g_dbus_message_get_member(message), member) != 0) return message;
   GDBusMessage* moved = g_dbus_message_copy(message, nullptr);
   g_dbus_message_set_path(moved, "/org/freedesktop/secrets/collection/login/404");
   g_object_unref(message);
   return moved;
 }
 
-TEST(LibsecretSecureStore, AnItemRemovedElsewhereAfterTheSearchCountsAsRemoved) {
+TEST(LibsecretSecureStore, AnItemRemovedElsewhereAfterTheSearchIsNotFoundOrCountsAsRemoved) {
   SKIP_WITHOUT_KEYRING();
   Keyring keyring;
   const auto store = keyring.make();
   ASSERT_EQ(store->add(item("raced", {1})), status::kSuccess);
   GDBusConnection* bus = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr);
-  const guint filter = g_dbus_connection_add_filter(bus, deleteAnotherPath, nullptr, nullptr);
-  deleteElsewhere = true;
-  EXPECT_EQ(store->remove(query("raced")), status::kSuccess);
-  deleteElsewhere = false;
+  const guint filter = g_dbus_connection_add_filter(bus, sendElsewhere, nullptr, nullptr);
+  SecureItem read;
+  const std::tuple<const char*, std::function<SecureStoreStatus()>, SecureStoreStatus> rows[] = {
+      {"GetSecret", [&] { return store->copyMatching(query("raced"), SecureItemReturn::data, &read); }, status::kItemNotFound},
+      {"SetSecret", [&] { return store->update(query("raced"), dataOnly({2})); }, status::kItemNotFound},
+      {"Set", [&] { return store->update(query("raced"), {std::nullopt, std::nullopt, kWhenUnlocked, std::nullopt}); },
+       status::kItemNotFound},
+      {"Delete", [&] { return store->remove(query("raced")); }, status::kSuccess},
+  };
+  for (const auto& [member, call, answer] : rows) {
+    callSentElsewhere = member;
+    EXPECT_EQ(call(), answer) << member;
+  }
+  callSentElsewhere = nullptr;
   g_dbus_connection_remove_filter(bus, filter);
   g_object_unref(bus);
 }

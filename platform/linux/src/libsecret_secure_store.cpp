@@ -225,7 +225,7 @@ class LibsecretSecureStore final : public SecureStore {
       return status::kSuccess;
     }
     ErrorSlot error;
-    if (!secret_item_load_secret_sync(first, nullptr, error.out())) return fail(error);
+    if (!secret_item_load_secret_sync(first, nullptr, error.out())) return failOnItem(error);
     const ValuePtr value(secret_item_get_secret(first));
     if (!value) return status::kInteractionNotAllowed;  // still locked
     gsize length = 0;
@@ -294,11 +294,11 @@ class LibsecretSecureStore final : public SecureStore {
           table.set(kAccessibleAttribute, std::string(accessibleText(*attributesToUpdate.accessible)));
         }
         if (!secret_item_set_attributes_sync(match.item.get(), &schema(), table.get(), nullptr, error.out())) {
-          return fail(error);
+          return failOnItem(error);
         }
       }
       if (value && !secret_item_set_secret_sync(match.item.get(), value.get(), nullptr, error.out())) {
-        return fail(error);
+        return failOnItem(error);
       }
     }
     return status::kSuccess;
@@ -393,6 +393,11 @@ class LibsecretSecureStore final : public SecureStore {
     }
     service_.reset(service);
     return status::kSuccess;
+  }
+
+  // A call on an item that the search found: one removed elsewhere since is not found.
+  SecureStoreStatus failOnItem(const ErrorSlot& error) {
+    return isGone(error.get()) ? status::kItemNotFound : fail(error);
   }
 
   SecureStoreStatus fail(const ErrorSlot& error) {
