@@ -7,10 +7,6 @@
 namespace applogic::platform {
 namespace {
 
-bool equalsIgnoringAsciiCase(std::string_view a, std::string_view b) {
-  return a.size() == b.size() && startsWithIgnoringAsciiCase(a, b);
-}
-
 // RFC 6265 5.1.4: "/a" covers "/a" and "/a/b" but not "/ab".
 bool pathMatches(std::string_view requestPath, std::string_view cookiePath) {
   if (!requestPath.starts_with(cookiePath)) return false;

@@ -71,6 +71,10 @@ std::string asciiLowercase(std::string_view text) {
   return lowered;
 }
 
+bool equalsIgnoringAsciiCase(std::string_view a, std::string_view b) noexcept {
+  return a.size() == b.size() && startsWithIgnoringAsciiCase(a, b);
+}
+
 bool startsWithIgnoringAsciiCase(std::string_view text, std::string_view prefix) noexcept {
   if (text.size() < prefix.size()) return false;
   for (std::size_t i = 0; i < prefix.size(); ++i) {

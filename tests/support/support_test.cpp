@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <random>
 #include <tuple>
 #include <vector>
@@ -54,7 +55,10 @@ TEST(CaseHelpers, FoldExactlyAThroughZ) {
   const struct { const char* text; const char* prefix; bool starts; } rows[] = {
       {"AZ.1", "az", true}, {"az", "AZ", true}, {"az", "", true}, {"tr", "tra", false}, {"tra", "tra", true},
       {"trb", "tra", false}, {"xra", "tra", false}, {"@", "`", false}, {"`", "@", false}, {"[", "{", false}, {"{", "[", false}};
-  for (const auto& row : rows) EXPECT_EQ(startsWithIgnoringAsciiCase(row.text, row.prefix), row.starts) << row.text;
+  for (const auto& row : rows) {
+    EXPECT_EQ(startsWithIgnoringAsciiCase(row.text, row.prefix), row.starts) << row.text;
+    EXPECT_EQ(equalsIgnoringAsciiCase(row.text, row.prefix), row.starts && std::strlen(row.text) == std::strlen(row.prefix));
+  }
 }
 
 // One row per JSON value: what each typed lookup makes of it (INT64_MAX + 1 does not fit).

@@ -23,6 +23,9 @@ APPLOGIC_EXPORT std::string canonicalForm(std::string_view text);
 /// ASCII lower-casing of the bytes; other bytes are kept.
 APPLOGIC_EXPORT std::string asciiLowercase(std::string_view text);
 
+/// Whether `a` and `b` are equal but for the case of their ASCII letters.
+APPLOGIC_EXPORT bool equalsIgnoringAsciiCase(std::string_view a, std::string_view b) noexcept;
+
 /// Case-insensitive comparison of the first `prefix.size()` bytes of `text` with `prefix`,
 /// ASCII letters only.
 APPLOGIC_EXPORT bool startsWithIgnoringAsciiCase(std::string_view text, std::string_view prefix) noexcept;

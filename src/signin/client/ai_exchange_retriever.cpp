@@ -4,25 +4,10 @@
 #include <cassert>
 
 #include "applogic/signin/client/ai_token_manager.h"
+#include "applogic/support/strings.h"
 
 namespace applogic::signin {
 namespace {
-
-std::string asciiUpper(std::string_view text) {
-  std::string out(text);
-  for (char& c : out) {
-    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
-  }
-  return out;
-}
-
-std::string asciiLower(std::string_view text) {
-  std::string out(text);
-  for (char& c : out) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
-  return out;
-}
 
 constexpr int kStatusServerError = 500;
 
@@ -31,7 +16,7 @@ constexpr int kStatusServerError = 500;
 AIExchangeStep nextExchangeStep(int status, bool hasError, const std::optional<std::string>& errorCode,
                                 int retriesMade, std::string_view invalidTokenWord) {
   if (hasError && status == kStatusServerError && retriesMade < kAIExchangeMaxRetries) return AIExchangeStep::retry;
-  if (errorCode && asciiUpper(*errorCode) == invalidTokenWord) return AIExchangeStep::invalidToken;
+  if (errorCode && equalsIgnoringAsciiCase(*errorCode, invalidTokenWord)) return AIExchangeStep::invalidToken;
   return AIExchangeStep::report;
 }
 
@@ -316,8 +301,8 @@ void AIProfileExchangerRetriever::requestDidFail(const APIError&) {
 }
 
 void AIProfileExchangerRetriever::willReport(AIExchangeResponse& response) {
-  if (!response.errorCode() || asciiUpper(*response.errorCode()) != "INSUFFICIENT_SCOPE") return;
-  if (asciiLower(response.errorMessage().value_or("")).find("scope required profile") == std::string::npos) return;
+  if (!response.errorCode() || !equalsIgnoringAsciiCase(*response.errorCode(), "insufficient_scope")) return;
+  if (asciiLowercase(response.errorMessage().value_or("")).find("scope required profile") == std::string::npos) return;
   const auto tokenManager = services_->tokenManager();
   AIError& error = callContexts_.front()->error();
   const auto stored = tokenManager.getTokenFromStorage(kTokenTypeRefreshToken, error);

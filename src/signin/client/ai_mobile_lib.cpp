@@ -5,6 +5,7 @@
 
 #include "applogic/signin/client/ai_app_identifier.h"
 #include "applogic/support/log.h"
+#include "applogic/support/strings.h"
 
 namespace applogic::signin {
 namespace {
@@ -12,12 +13,6 @@ namespace {
 std::shared_ptr<AIAuthPortalProxy> sharedProxy(platform::Platform platform, ClientConfiguration configuration) {
   return AIAuthPortalProxy::authPortalProxy(
       std::make_shared<AIClientServices>(std::move(platform), std::move(configuration)));
-}
-
-bool equalsIgnoringAsciiCase(std::string_view text, std::string_view upper) {
-  return std::ranges::equal(text, upper, [](char a, char b) {
-    return (a >= 'a' && a <= 'z' ? static_cast<char>(a - 'a' + 'A') : a) == b;
-  });
 }
 
 void checkThread(const AIAuthPortalProxy& proxy) {

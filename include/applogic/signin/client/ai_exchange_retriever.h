@@ -28,7 +28,7 @@ enum class AIExchangeStep {
 inline constexpr int kAIExchangeMaxRetries = 3;
 
 /// The decision after an answer, in this order: status 500 with an error and fewer than 3 retries
-/// made: retry; the server's error string, upper-cased (ASCII), equal to `invalidTokenWord`:
+/// made: retry; the server's error string equal to `invalidTokenWord` but for ASCII case:
 /// invalidToken; otherwise report. Pure.
 APPLOGIC_EXPORT AIExchangeStep nextExchangeStep(int status, bool hasError, const std::optional<std::string>& errorCode,
                                 int retriesMade, std::string_view invalidTokenWord);
