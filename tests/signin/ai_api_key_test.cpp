@@ -146,6 +146,10 @@ TEST_F(AIAppIdentifierTest, ASecondCheckOfTheSameKeyDoesNotVerifyAgain) {
   EXPECT_EQ(crypto_->verifications, 2);
   EXPECT_EQ(identifier_.getAPIKeyForPackage(kPackage), other);
   EXPECT_EQ(identifier_.getAppIdForPackage(kPackage), "amzn1.app");
+  EXPECT_EQ(identifier_.getAppPermissionsForPackage(kPackage), std::vector<std::string>{});
+  EXPECT_EQ(identifier_.getAppPermissionsForPackage("com.other.app"), std::nullopt);
+  EXPECT_FALSE(identifier_.isAPIKey(std::nullopt, kPackage, helper_));
+  EXPECT_FALSE(identifier_.isAPIKey(key, std::nullopt, helper_));
   // A key verified under one issuer's public key is checked again, and refused, under another's.
   ClientConfiguration otherIssuer;
   otherIssuer.apiKeyPublicKey = test::otherKeys().publicPem;

@@ -124,11 +124,13 @@ TEST(AIExchangeRequestTest, EachExchangeSendsItsParametersAndHeaders) {
   ClientFixture f;
   const auto services = f.services();
   const std::string verifier = services->spop()->spopKey().value();
-  const platform::HttpHeaders client = [&] {
-    platform::HttpHeaders headers;
-    AIAuthPortalRequest(services).setHeader(headers);
-    return headers;
-  }();
+  // The headers of every exchange.
+  const platform::HttpHeaders client{
+      {"Accept-Encoding", "gzip, deflate"},
+      {"Accept-Language", "en-us,en;q=0.5"},
+      {"Accept", "application/xml,application/xhtml+xml,text/html,application/json;q=0.9,text/plain;q=0.8,image/png,/;q=0.5"},
+      {"Accept-Charset", "utf-8, iso-8859-1, utf-16, *;q=0.7"},
+      {"User-Agent", "LWA/2.1.1/iOS/Linux-6.1.0-18-amd64/ThinkPad X1"}};
   auto plus = [&](platform::HttpHeaders more) {
     platform::HttpHeaders headers = client;
     headers.insert(headers.end(), more.begin(), more.end());

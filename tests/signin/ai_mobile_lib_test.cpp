@@ -45,6 +45,7 @@ TEST_F(MobileLibTest, RedirectExchangesTheCodeWithTheVerifierOnce) {
   const std::string state = f_.shown().at("state");
   f_.http->script("POST", kTokenUrl, {HttpAnswer::response(200, tokenAnswer("at.1", "rt.1"))});
   EXPECT_TRUE(lib().handleOpenURL(f_.redirect("code=ac.CODE&scope=profile&state=" + state), "browser"));
+  EXPECT_FALSE(lib().handleOpenURL(f_.redirect("code=ac.CODE&state=" + state))) << "the same redirect again";
   f_.pump();
   ASSERT_EQ(delegate_->successes.size(), 1u);
   EXPECT_EQ(delegate_->answers(), 1u);
@@ -52,7 +53,6 @@ TEST_F(MobileLibTest, RedirectExchangesTheCodeWithTheVerifierOnce) {
   EXPECT_NE(body.find("code=ac.CODE"), std::string::npos) << body;
   EXPECT_NE(body.find("code_verifier=" + *spop()->spopKey()), std::string::npos) << body;
   EXPECT_TRUE(lib().proxy()->openIdRequestStates().empty());
-  EXPECT_FALSE(lib().handleOpenURL(f_.redirect("code=ac.CODE&state=" + state))) << "the same redirect again";
   auto token = std::make_shared<RecordingDelegate>();
   lib().getAccessTokenForScopes({"profile"}, {}, token);
   ASSERT_EQ(token->successes.size(), 1u);

@@ -96,7 +96,7 @@ TEST(AIUtilsParseTest, QueryParametersOfAURL) {
       {"x://h/p?error=access_denied&error_description=User%20said+no%21%0A#frag=1",
        {{"error", "access_denied"}, {"error_description", "User said+no!\n"}}},
       {"x://?a=1&&a=2&flag&=v&b=%zz%4", {{"a", "2"}, {"flag", ""}, {"", "v"}, {"b", "%zz%4"}}},
-      {"x://?k=a=b", {{"k", "a=b"}}},
+      {"x://?k=a=b&hex=%2a%2F%3f%3A%30%39%2G", {{"k", "a=b"}, {"hex", "*/?:09%2G"}}},  // the ends of each hex range
       {"x://no-query", {}},
   };
   for (const auto& [url, expected] : rows) EXPECT_EQ(AIUtils::getKeyValueDictionaryParseString(url), expected) << url;

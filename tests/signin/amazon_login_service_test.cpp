@@ -55,6 +55,14 @@ TEST_F(AmazonLoginServiceTest, SignsInThroughThePageWithTheSandboxFlag) {
     EXPECT_EQ(results_[0].value(), (AmazonLoginInfo{"e@x", "u1", "at.1"}));
     EXPECT_TRUE(f_.http->requests().back().url.starts_with(profileUrl));
   }
+  // A profile without its e-mail address or without its user id completes nothing.
+  for (const char* profile : {R"({"user_id":"u1"})", R"({"email":"e@x"})"}) {
+    signedIn(std::chrono::seconds(600));
+    f_.http->script("GET", kProfileUrl, {HttpAnswer::response(200, profile)});
+    login();
+    f_.pump();
+    EXPECT_TRUE(results_.empty()) << profile;
+  }
 }
 
 TEST_F(AmazonLoginServiceTest, BothStepsFailingReportsTheErrorThatArrivedLast) {
