@@ -24,15 +24,6 @@ using boost::json::value;
 
 constexpr auto kGuard = std::chrono::seconds(30);  // against a hang only
 
-std::unique_ptr<httplib::SSLClient> clientOf(std::uint16_t port, const std::filesystem::path& ca) {
-  auto client = std::make_unique<httplib::SSLClient>("127.0.0.1", port);
-  client->set_ca_cert_path(ca.c_str());
-  client->enable_server_certificate_verification(true);
-  client->set_connection_timeout(10);
-  client->set_read_timeout(30);
-  return client;
-}
-
 value jsonOf(const httplib::Result& result) {
   boost::system::error_code error;
   value json = result ? boost::json::parse(result->body, error) : value();
@@ -55,7 +46,7 @@ class EventStream {
  public:
   EventStream(std::uint16_t port, const std::filesystem::path& ca, const std::string& token, const std::string& topics,
               const std::string& lastEventId = "")
-      : client_(clientOf(port, ca)) {
+      : client_(loopbackClient(port, ca)) {
     httplib::Headers headers{{"Authorization", "Bearer " + token}};
     if (!lastEventId.empty()) headers.emplace("Last-Event-ID", lastEventId);
     thread_ = std::thread([this, headers, topics] {
@@ -113,10 +104,11 @@ class CatalogServerTest : public ::testing::Test {
     signIn_ = std::move(signIn).value();
     catalog_ = startCatalog();
     ASSERT_TRUE(catalog_);
-    auto signInClient = clientOf(signIn_->port(), signIn_->caPath());
-    token_ = signInForAccessToken(*signInClient);
+    SignInSteps steps;
+    steps.connect(*signIn_);
+    token_ = steps.signIn()["access_token"];
     ASSERT_FALSE(token_.empty());
-    client_ = clientOf(catalog_->port(), signIn_->caPath());
+    client_ = loopbackClient(catalog_->port(), signIn_->caPath());
   }
 
   std::unique_ptr<CatalogServer> startCatalog(std::uint64_t seed = 1) {
@@ -364,7 +356,7 @@ TEST_F(CatalogServerTest, SeesClientsThatGoAwayAndStoppingEndsTheRest) {
   }
   EXPECT_TRUE(eventually([&] { return catalog_->abandonedRequests() == 1; }));
   catalog_->setLatency(std::chrono::hours(1));
-  auto client = clientOf(catalog_->port(), catalog_->caPath());
+  auto client = loopbackClient(catalog_->port(), catalog_->caPath());
   client->set_read_timeout(0, 200000);
   EXPECT_FALSE(client->Get("/v1/genres", auth()));
   EXPECT_TRUE(eventually([&] { return catalog_->abandonedRequests() == 2; }));
@@ -385,7 +377,7 @@ TEST_F(CatalogServerTest, SeesClientsThatGoAwayAndStoppingEndsTheRest) {
 TEST_F(CatalogServerTest, TheSameSeedGivesTheSameAnswers) {
   const auto other = startCatalog();
   ASSERT_TRUE(other);
-  auto otherClient = clientOf(other->port(), signIn_->caPath());
+  auto otherClient = loopbackClient(other->port(), signIn_->caPath());
   for (const std::string path : {"/tracks/top?limit=500", "/me/history?limit=50", "/playlists/mp.1001/images"}) {
     const std::string mine = get(path)->body;
     std::string theirs = otherClient->Get("/v1" + path, auth())->body;

@@ -40,21 +40,7 @@ Params with(Params params, const std::string& name, const std::string& value) {
   return params;
 }
 
-// An answer; `reply["name"]` is a string of its JSON body or a parameter of its redirect.
-struct Reply {
-  int status = 0;
-  std::string body;
-  std::string location;
-  boost::json::object json;
-  std::string operator[](const std::string& name) const {
-    const boost::json::value* value = json.if_contains(name);
-    if (value != nullptr) return value->is_string() ? std::string(value->get_string()) : "";
-    return queryOf(location)[name];
-  }
-  std::int64_t expiresIn() const { return json.contains("expires_in") ? json.at("expires_in").as_int64() : -1; }
-};
-
-class SignInServerTest : public ::testing::Test {
+class SignInServerTest : public ::testing::Test, public SignInSteps {
  protected:
   void SetUp() override {
     SignInServerOptions options;
@@ -63,81 +49,12 @@ class SignInServerTest : public ::testing::Test {
     options.clock = clock_;
     auto started = SignInServer::start(std::move(options));
     ASSERT_TRUE(started.ok()) << started.error();
-    client_ = newClient(*(server_ = std::move(started).value()));
-  }
-
-  static std::unique_ptr<httplib::SSLClient> newClient(const SignInServer& server) {
-    auto client = std::make_unique<httplib::SSLClient>("127.0.0.1", server.port());
-    client->set_ca_cert_path(server.caPath().c_str());
-    client->enable_server_certificate_verification(true);
-    // Guards against a hang; no test depends on these times.
-    client->set_connection_timeout(10);
-    client->set_read_timeout(30);
-    return client;
-  }
-
-  static Reply reply(const httplib::Result& result) {
-    if (!result) {
-      ADD_FAILURE() << "no answer: " << httplib::to_string(result.error());
-      return {};
-    }
-    boost::system::error_code error;
-    const boost::json::value json = boost::json::parse(result->body, error);
-    return {result->status, result->body, result->get_header_value("Location"),
-            json.is_object() ? json.as_object() : boost::json::object()};
-  }
-
-  Reply get(const std::string& path, const httplib::Headers& headers = {}) { return reply(client_->Get(path, headers)); }
-  Reply post(const std::string& path, const std::string& body, const char* type = "application/x-www-form-urlencoded") {
-    return reply(client_->Post(path, body, type));
-  }
-
-  Reply signInPage(const Params& params) { return get("/ap/oa?" + encodeList(params)); }
-  // Submits the form of a page shown.
-  Reply submitForm(const Reply& shown, const std::string& email, const std::string& password,
-                   const std::string& action = "signin") {
-    const std::string marker = "name=\"signin_request\" value=\"";
-    const std::size_t start = std::min(shown.body.find(marker), shown.body.size() - marker.size()) + marker.size();
-    const std::string id = shown.body.substr(start, shown.body.find('"', start) - start);
-    return post("/ap/oa", encodeList({{"signin_request", id}, {"email", email}, {"password", password}, {"action", action}}));
-  }
-  Reply submit(const std::string& email, const std::string& password, const std::string& action = "signin",
-               const std::string& scope = "profile") {
-    const Reply shown = signInPage(signInParams(scope));
-    EXPECT_EQ(shown.status, 200) << shown.body;
-    return submitForm(shown, email, password, action);
-  }
-  std::string code(const std::string& scope = "profile") {
-    const Reply redirect = submit("listener@tunevo.test", "tunevo-password", "signin", scope);
-    EXPECT_EQ(redirect.status, 302);
-    return redirect["code"];
-  }
-
-  static Params exchangeParams(const std::string& code) {
-    return {{"code_verifier", kVerifier}, {"client_id", kClientId}, {"code", code},
-            {"grant_type", "authorization_code"}, {"redirect_uri", kRedirectUri}};
-  }
-  static Params refreshParams(const std::string& refreshToken, std::optional<std::string> scope = "profile") {
-    Params params{{"grant_type", "refresh_token"}, {"client_id", kClientId}, {"refresh_token", refreshToken}};
-    if (scope) params.emplace_back("scope", *scope);
-    return params;
-  }
-  Reply exchange(const Params& params) { return post("/auth/o2/token", encodeList(params)); }
-  Reply refresh(const std::string& refreshToken, const std::string& scope = "profile") {
-    return exchange(refreshParams(refreshToken, scope));
-  }
-  Reply profile(const std::string& accessToken) {
-    return get("/user/profile?di.sdk.version=2.1.1", {{"Authorization", "Bearer " + accessToken}});
-  }
-  Reply signIn(const std::string& scope = "profile") {
-    Reply tokens = exchange(exchangeParams(code(scope)));
-    EXPECT_EQ(tokens.status, 200) << tokens.body;
-    return tokens;
+    server_ = std::move(started).value();
+    connect(*server_);
   }
 
   std::shared_ptr<testing::ManualClock> clock_ = std::make_shared<testing::ManualClock>();
   std::unique_ptr<SignInServer> server_;
-  std::unique_ptr<httplib::SSLClient> client_;
 };
 
 TEST_F(SignInServerTest, CodeFlowFromThePageToTheProfile) {
@@ -357,7 +274,7 @@ TEST_F(SignInServerTest, ProfileAnswersByTokenAndScope) {
     httplib::Request request;
     request.method = method;
     request.path = "/user/profile";
-    EXPECT_EQ(reply(client_->send(request)).status, 405) << method;
+    EXPECT_EQ(replyOf(client->send(request)).status, 405) << method;
   }
   EXPECT_EQ(get("/auth/o2/token").status, 405);
   EXPECT_EQ(get("/elsewhere").status, 404);
@@ -414,7 +331,7 @@ TEST_F(SignInServerTest, DelayedRequestIsAnsweredAndStoppingCutsADelayShort) {
   EXPECT_EQ(profile(access).status, 200);
   EXPECT_EQ(post("/__control/delay?endpoint=profile&ms=3600000", "").status, 204);
   const std::size_t before = server_->requests().size();
-  auto otherClient = newClient(*server_);
+  auto otherClient = loopbackClient(server_->port(), server_->caPath());
   auto pending = std::async(std::launch::async, [&] {
     return otherClient->Get("/user/profile", {{"Authorization", "Bearer " + access}});
   });
@@ -426,8 +343,8 @@ TEST_F(SignInServerTest, DelayedRequestIsAnsweredAndStoppingCutsADelayShort) {
   EXPECT_NE(pending.wait_for(std::chrono::milliseconds(200)), std::future_status::ready) << "answered before its delay";
   server_.reset();
   ASSERT_EQ(pending.wait_for(std::chrono::seconds(60)), std::future_status::ready) << "stopping hung";
-  EXPECT_EQ(reply(pending.get()).status, 200);
-  client_.reset();
+  EXPECT_EQ(replyOf(pending.get()).status, 200);
+  client.reset();
 }
 
 TEST_F(SignInServerTest, ResetForgetsEverythingAndBadControlRequestsChangeNothing) {

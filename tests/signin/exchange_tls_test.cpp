@@ -2,21 +2,12 @@
 // server's CA as the extra CA file), on a run loop.
 
 #include <gtest/gtest.h>
-#include <httplib.h>
 
-#include "applogic/platform/curl_http_client.h"
-#include "applogic/platform/run_loop.h"
-#include "emulator/signin_server.h"
+#include "emulator/tls_client_fixture.h"
 #include "run_until_quit.h"
-#include "signin/client_fixture.h"
 
 namespace applogic::signin {
 namespace {
-
-class SystemClock final : public platform::Clock {
- public:
-  TimePoint now() const override { return std::chrono::system_clock::now(); }
-};
 
 // Quits the loop when the call is answered.
 class QuittingDelegate final : public test::RecordingDelegate {
@@ -28,21 +19,10 @@ class QuittingDelegate final : public test::RecordingDelegate {
 class ExchangeOverTlsTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    emulator::SignInServerOptions options;
-    options.bundleId = test::kPackage;
-    options.clientId = test::kClientId;
-    auto started = emulator::SignInServer::start(std::move(options));
-    ASSERT_TRUE(started.ok()) << started.error();
-    server_ = std::move(started).value();
-    const std::string base = server_->baseUrl();
-    f_ = std::make_unique<test::ClientFixture>(base + "/ap/oa", base + "/auth/o2/token");
-    f_->platform.clock = std::make_shared<SystemClock>();
-    f_->platform.secureRandom = platform::makeOpenSslSecureRandom();
-    f_->platform.mainThread = loop_;
-    platform::CurlHttpOptions http;
-    http.caFile = server_->caPath();
-    f_->platform.httpClient = platform::makeCurlHttpClient(loop_, http);
-    f_->configuration.profileEndpointUrl = base + "/user/profile";
+    ASSERT_TRUE(server_ = test::startServerForTheFixture());
+    c_ = std::make_unique<test::TlsClientFixture>(*server_);
+    f_ = &c_->client;
+    loop_ = c_->loop;
   }
 
   // Runs `call` with a new delegate until it is answered.
@@ -53,35 +33,21 @@ class ExchangeOverTlsTest : public ::testing::Test {
     return delegate;
   }
 
-  // Signs in on the page the client opened, with the test account, and hands the redirect in.
+  // Signs in with the test account on the page the client opened, in the scripted browser.
   void signIn() {
-    const auto signedIn = answer([&](auto d) {
-      f_->lib().authorizeUserForScopes({"profile"}, d);
-      const std::string prefix = server_->baseUrl() + "/ap/oa?";
-      const std::string page = f_->presenter->opened().back().url;
-      ASSERT_TRUE(page.starts_with(prefix)) << page;
-      httplib::SSLClient browser("127.0.0.1", server_->port());
-      browser.set_ca_cert_path(server_->caPath().c_str());
-      browser.enable_server_certificate_verification(true);
-      const auto form = browser.Get("/ap/oa?" + page.substr(prefix.size()));
-      ASSERT_TRUE(form && form->status == 200);
-      const std::string marker = "name=\"signin_request\" value=\"";
-      const std::size_t start = form->body.find(marker) + marker.size();
-      const auto redirect = browser.Post(
-          "/ap/oa",
-          "signin_request=" + form->body.substr(start, form->body.find('"', start) - start) +
-              "&email=listener%40tunevo.test&password=tunevo-password&action=signin",
-          "application/x-www-form-urlencoded");
-      ASSERT_TRUE(redirect && redirect->status == 302);
-      ASSERT_TRUE(f_->lib().handleOpenURL(redirect->get_header_value("Location"), "browser"));
-    });
-    ASSERT_EQ(signedIn->successes.size(), 1u) << signedIn->failure();
+    const auto signedIn = answer([&](auto d) { f_->lib().authorizeUserForScopes({"profile"}, d); });
+    ASSERT_FALSE(c_->browser->opened().empty());
+    EXPECT_EQ(c_->handled, std::vector<bool>(c_->handled.size(), true));
+    const std::string page = c_->browser->opened().back();
+    EXPECT_TRUE(page.starts_with(server_->baseUrl() + "/ap/oa?")) << page;
+    ASSERT_EQ(signedIn->successes.size(), 1u) << signedIn->failure() << ::testing::PrintToString(c_->problems);
   }
   std::string storedAccessToken() const { return f_->stored(kTokenTypeAccessToken)->token().value_or(""); }
 
-  std::shared_ptr<platform::RunLoop> loop_ = std::make_shared<platform::RunLoop>();
   std::unique_ptr<emulator::SignInServer> server_;
-  std::unique_ptr<test::ClientFixture> f_;
+  std::unique_ptr<test::TlsClientFixture> c_;
+  test::ClientFixture* f_ = nullptr;
+  std::shared_ptr<platform::RunLoop> loop_;
 };
 
 TEST_F(ExchangeOverTlsTest, SignInRefreshSharedByAHundredCallersProfileAndSignOut) {
