@@ -96,10 +96,13 @@ inline Reply replyOf(const httplib::Result& result) {
 }
 
 // The requests of a sign-in, each step as the client or the browser makes it, over `client`
-// (set by `connect`).
+// (the one `connect` makes, or one of the caller's).
 class SignInSteps {
  public:
-  void connect(const SignInServer& server) { client = loopbackClient(server.port(), server.caPath()); }
+  void connect(const SignInServer& server) {
+    owned = loopbackClient(server.port(), server.caPath());
+    client = owned.get();
+  }
 
   Reply get(const std::string& path, const httplib::Headers& headers = {}) { return replyOf(client->Get(path, headers)); }
   Reply post(const std::string& path, const std::string& body, const char* type = "application/x-www-form-urlencoded") {
@@ -150,7 +153,16 @@ class SignInSteps {
     return tokens;
   }
 
-  std::unique_ptr<httplib::SSLClient> client;
+  httplib::SSLClient* client = nullptr;
+  std::unique_ptr<httplib::SSLClient> owned;
 };
+
+// Signs the test account in through `client` (connected to the sign-in server) and returns the
+// access token; empty when a step fails.
+inline std::string signInForAccessToken(httplib::SSLClient& client) {
+  SignInSteps steps;
+  steps.client = &client;
+  return steps.signIn()["access_token"];
+}
 
 }  // namespace applogic::emulator
