@@ -1,24 +1,17 @@
 // The local sign-in server over real TLS, driven as the sign-in client and a browser drive it:
 // cpp-httplib's client trusts only the CA the server wrote.
 
-#include <httplib.h>
-
-#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <map>
-#include <optional>
 #include <set>
 #include <sstream>
 
 #include <boost/json/parse.hpp>
-#include <boost/json/value.hpp>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "applogic/testing/manual_clock.h"
-#include "emulator/signin_server.h"
 #include "emulator/signin_flow.h"
 
 namespace applogic::emulator {
@@ -362,26 +355,21 @@ TEST(SignInServerStart, WritesItsCaWhereAskedAndReportsWhatFails) {
   std::stringstream written;
   written << std::ifstream(dir / "ca.pem").rdbuf();
   EXPECT_EQ(written.str(), first.value()->caPem());
-  EXPECT_EQ(first.value()->baseUrl(), "https://127.0.0.1:" + std::to_string(first.value()->port()));
 
   SignInServerOptions samePort;
   samePort.port = first.value()->port();
   EXPECT_EQ(SignInServer::start(samePort).error(),
             (Error{kSignInServerErrorDomain, kSignInServerPortError,
                    {{kSignInServerErrorMessageKey, "cannot bind 127.0.0.1:" + std::to_string(samePort.port)}}}));
-  SignInServerOptions unwritable;
-  unwritable.caOut = dir / "missing" / "ca.pem";
-  EXPECT_EQ(SignInServer::start(unwritable).error().code, kSignInServerCaFileError);
 
-  // A CA in a directory of its own goes with the server; a given CA path stays.
-  auto fourth = SignInServer::start({});
-  ASSERT_TRUE(fourth.ok());
-  const std::filesystem::path temporary = fourth.value()->caPath();
+  // A CA in a directory of its own goes with the server (a given CA path stays: the tunevo
+  // emulator's tests see to that, and to a CA path that cannot be written).
+  auto second = SignInServer::start({});
+  ASSERT_TRUE(second.ok());
+  const std::filesystem::path temporary = second.value()->caPath();
   EXPECT_TRUE(std::filesystem::exists(temporary));
-  fourth.value().reset();
+  second.value().reset();
   EXPECT_FALSE(std::filesystem::exists(temporary.parent_path()));
-  first.value().reset();
-  EXPECT_TRUE(std::filesystem::exists(dir / "ca.pem"));
 }
 
 }  // namespace
