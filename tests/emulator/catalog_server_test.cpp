@@ -94,11 +94,9 @@ class EventStream {
 class CatalogServerTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    SignInServerOptions signInOptions;
-    signInOptions.clock = clock_;
-    auto signIn = SignInServer::start(std::move(signInOptions));
-    ASSERT_TRUE(signIn.ok()) << signIn.error();
-    signIn_ = std::move(signIn).value();
+    SignInServerOptions options;
+    options.clock = clock_;
+    ASSERT_TRUE(signIn_ = startSignInServer(std::move(options)));
     catalog_ = startCatalog();
     ASSERT_TRUE(catalog_);
     token_ = signInForAccessToken(*loopbackClient(signIn_->port(), signIn_->caPath()));

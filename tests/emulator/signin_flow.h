@@ -59,6 +59,13 @@ inline Params signInParams(std::string scope = "profile") {
           {"code_challenge", kChallenge}, {"code_challenge_method", "S256"}};
 }
 
+// A started sign-in server; null (and a failed test) when it cannot start.
+inline std::unique_ptr<SignInServer> startSignInServer(SignInServerOptions options = {}) {
+  auto started = SignInServer::start(std::move(options));
+  EXPECT_TRUE(started.ok()) << started.error();
+  return started.ok() ? std::move(started).value() : nullptr;
+}
+
 // cpp-httplib's client of a server on 127.0.0.1 that trusts only the CA in `ca`.
 inline std::unique_ptr<httplib::SSLClient> loopbackClient(std::uint16_t port, const std::filesystem::path& ca) {
   auto client = std::make_unique<httplib::SSLClient>("127.0.0.1", port);

@@ -38,9 +38,7 @@ class SignInServerTest : public ::testing::Test, public SignInSteps {
     options.bundleId = "app.tunevo.test";
     options.clientId = kClientId;
     options.clock = clock_;
-    auto started = SignInServer::start(std::move(options));
-    ASSERT_TRUE(started.ok()) << started.error();
-    server_ = std::move(started).value();
+    ASSERT_TRUE(server_ = startSignInServer(std::move(options)));
     connect(*server_);
   }
 

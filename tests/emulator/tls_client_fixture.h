@@ -16,6 +16,7 @@
 #include "applogic/platform/openssl_crypto.h"
 #include "applogic/platform/run_loop.h"
 #include "emulator/scripted_browser.h"
+#include "emulator/signin_flow.h"
 #include "emulator/signin_server.h"
 #include "signin/client_fixture.h"
 
@@ -26,9 +27,7 @@ inline std::unique_ptr<emulator::SignInServer> startServerForTheFixture() {
   emulator::SignInServerOptions options;
   options.bundleId = kPackage;
   options.clientId = kClientId;
-  auto started = emulator::SignInServer::start(std::move(options));
-  EXPECT_TRUE(started.ok()) << started.error();
-  return started.ok() ? std::move(started).value() : nullptr;
+  return emulator::startSignInServer(std::move(options));
 }
 
 class TlsClientFixture {
