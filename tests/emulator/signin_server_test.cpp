@@ -4,8 +4,10 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <future>
 #include <set>
 #include <sstream>
+#include <thread>
 
 #include <boost/json/parse.hpp>
 #include <gmock/gmock.h>
@@ -309,6 +311,24 @@ TEST_F(SignInServerTest, EachInjectionAnswersTheNextMatchingRequestsThenStops) {
     EXPECT_EQ(after.status, 200) << after.body;
     if (!after["refresh_token"].empty()) current = after;
   }
+}
+
+TEST_F(SignInServerTest, DelayedRequestIsAnsweredAndStoppingCutsADelayShort) {
+  const std::string access = signIn()["access_token"];
+  server_->injectDelay(Endpoint::profile, std::chrono::milliseconds(1));
+  EXPECT_EQ(profile(access).status, 200);
+  EXPECT_EQ(post("/__control/delay?endpoint=profile&ms=3600000", "").status, 204);
+  const std::size_t before = server_->requests().size();
+  auto pending = std::async(std::launch::async, [&] { return profile(access).status; });
+  // The request is recorded on arrival, before its delay.
+  for (int i = 0; i < 10000 && server_->requests().size() == before; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  EXPECT_EQ(server_->requests().size(), before + 1);  // no ASSERT: the server must still be stopped below
+  EXPECT_NE(pending.wait_for(std::chrono::milliseconds(200)), std::future_status::ready) << "answered before its delay";
+  server_.reset();
+  ASSERT_EQ(pending.wait_for(std::chrono::seconds(60)), std::future_status::ready) << "stopping hung";
+  EXPECT_EQ(pending.get(), 200);
 }
 
 TEST_F(SignInServerTest, ResetForgetsEverythingAndBadControlRequestsChangeNothing) {
