@@ -365,6 +365,16 @@ TEST_F(CatalogServerTest, TheSameSeedGivesTheSameAnswers) {
             CatalogData(1).tracks()[0].name + CatalogData(1).tracks()[1].name);
 }
 
+// What a catalog in another process does: ask the sign-in server's control path.
+TEST_F(CatalogServerTest, ChecksTokensThroughAnotherProcessesSignInServer) {
+  const TokenVerifier remote = remoteTokenVerifier(signIn_->baseUrl(), signIn_->caPath());
+  EXPECT_EQ(remote(token_), "tunevo.account.TESTLISTENER1");
+  EXPECT_EQ(remote("not-a-token"), std::nullopt);
+  EXPECT_EQ(remoteTokenVerifier(signIn_->baseUrl(), "/nonexistent/ca.pem")(token_), std::nullopt);
+  clock_->advance(std::chrono::hours(1));
+  EXPECT_EQ(remote(token_), std::nullopt);
+}
+
 TEST_F(CatalogServerTest, ServesGiphy) {
   const std::string key = "api_key=tunevo-giphy-key";
   EXPECT_EQ(client_->Get("/giphy/v1/gifs/trending?limit=2")->status, 401);
