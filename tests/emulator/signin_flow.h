@@ -1,17 +1,25 @@
 #pragma once
 
 // A sign-in through the local sign-in server as the sign-in client and a browser make it: the
-// request parameters, and the steps from the page to an access token.
+// request parameters, cpp-httplib's loopback TLS client, and the steps from the page to the tokens.
 
 #include <httplib.h>
 
+#include <algorithm>
+#include <cstdint>
+#include <filesystem>
 #include <map>
+#include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include <boost/json/parse.hpp>
 #include <boost/json/value.hpp>
+#include <gtest/gtest.h>
+
+#include "emulator/signin_server.h"
 
 namespace applogic::emulator {
 
@@ -51,33 +59,117 @@ inline Params signInParams(std::string scope = "profile") {
           {"code_challenge", kChallenge}, {"code_challenge_method", "S256"}};
 }
 
-// Signs the test account in through `client` (connected to the sign-in server) and returns
-// the access token; empty when a step fails.
-inline std::string signInForAccessToken(httplib::SSLClient& client) {
-  const auto page = client.Get("/ap/oa?" + encodeList(signInParams()));
-  if (!page || page->status != 200) return {};
-  const std::string marker = "name=\"signin_request\" value=\"";
-  const std::size_t start = page->body.find(marker);
-  if (start == std::string::npos) return {};
-  const std::size_t from = start + marker.size();
-  const std::string id = page->body.substr(from, page->body.find('"', from) - from);
-  const auto redirect = client.Post("/ap/oa",
-                                    encodeList({{"signin_request", id},
-                                                {"email", "listener@tunevo.test"},
-                                                {"password", "tunevo-password"},
-                                                {"action", "signin"}}),
-                                    "application/x-www-form-urlencoded");
-  if (!redirect || redirect->status != 302) return {};
-  const std::string code = queryOf(redirect->get_header_value("Location"))["code"];
-  const auto tokens = client.Post("/auth/o2/token",
-                                  encodeList({{"code_verifier", kVerifier}, {"client_id", kClientId}, {"code", code},
-                                              {"grant_type", "authorization_code"}, {"redirect_uri", kRedirectUri}}),
-                                  "application/x-www-form-urlencoded");
-  if (!tokens || tokens->status != 200) return {};
+// A started sign-in server; null (and a failed test) when it cannot start.
+inline std::unique_ptr<SignInServer> startSignInServer(SignInServerOptions options = {}) {
+  auto started = SignInServer::start(std::move(options));
+  EXPECT_TRUE(started.ok()) << started.error();
+  return started.ok() ? std::move(started).value() : nullptr;
+}
+
+// cpp-httplib's client of a server on 127.0.0.1 that trusts only the CA in `ca`.
+inline std::unique_ptr<httplib::SSLClient> loopbackClient(std::uint16_t port, const std::filesystem::path& ca) {
+  auto client = std::make_unique<httplib::SSLClient>("127.0.0.1", port);
+  client->set_ca_cert_path(ca.c_str());
+  client->enable_server_certificate_verification(true);
+  // Guards against a hang; no test depends on these times.
+  client->set_connection_timeout(10);
+  client->set_read_timeout(30);
+  return client;
+}
+
+// An answer; `reply["name"]` is a string of its JSON body or a parameter of its redirect.
+struct Reply {
+  int status = 0;
+  std::string body;
+  std::string location;
+  boost::json::object json;
+  std::string operator[](const std::string& name) const {
+    const boost::json::value* value = json.if_contains(name);
+    if (value != nullptr) return value->is_string() ? std::string(value->get_string()) : "";
+    return queryOf(location)[name];
+  }
+  std::int64_t expiresIn() const { return json.contains("expires_in") ? json.at("expires_in").as_int64() : -1; }
+};
+
+inline Reply replyOf(const httplib::Result& result) {
+  if (!result) {
+    ADD_FAILURE() << "no answer: " << httplib::to_string(result.error());
+    return {};
+  }
   boost::system::error_code error;
-  const boost::json::value json = boost::json::parse(tokens->body, error);
-  const auto* token = error || !json.is_object() ? nullptr : json.as_object().if_contains("access_token");
-  return token != nullptr && token->is_string() ? std::string(token->as_string()) : std::string();
+  const boost::json::value json = boost::json::parse(result->body, error);
+  return {result->status, result->body, result->get_header_value("Location"),
+          json.is_object() ? json.as_object() : boost::json::object()};
+}
+
+// The requests of a sign-in, each step as the client or the browser makes it, over `client`
+// (the one `connect` makes, or one of the caller's).
+class SignInSteps {
+ public:
+  void connect(const SignInServer& server) {
+    owned = loopbackClient(server.port(), server.caPath());
+    client = owned.get();
+  }
+
+  Reply get(const std::string& path, const httplib::Headers& headers = {}) { return replyOf(client->Get(path, headers)); }
+  Reply post(const std::string& path, const std::string& body, const char* type = "application/x-www-form-urlencoded") {
+    return replyOf(client->Post(path, body, type));
+  }
+
+  Reply signInPage(const Params& params) { return get("/ap/oa?" + encodeList(params)); }
+  // Submits the form of a page shown.
+  Reply submitForm(const Reply& shown, const std::string& email, const std::string& password,
+                   const std::string& action = "signin") {
+    const std::string marker = "name=\"signin_request\" value=\"";
+    const std::size_t start = std::min(shown.body.find(marker), shown.body.size() - marker.size()) + marker.size();
+    const std::string id = shown.body.substr(start, shown.body.find('"', start) - start);
+    return post("/ap/oa", encodeList({{"signin_request", id}, {"email", email}, {"password", password}, {"action", action}}));
+  }
+  Reply submit(const std::string& email, const std::string& password, const std::string& action = "signin",
+               const std::string& scope = "profile") {
+    const Reply shown = signInPage(signInParams(scope));
+    EXPECT_EQ(shown.status, 200) << shown.body;
+    return submitForm(shown, email, password, action);
+  }
+  std::string code(const std::string& scope = "profile") {
+    const Reply redirect = submit("listener@tunevo.test", "tunevo-password", "signin", scope);
+    EXPECT_EQ(redirect.status, 302);
+    return redirect["code"];
+  }
+
+  static Params exchangeParams(const std::string& code) {
+    return {{"code_verifier", kVerifier}, {"client_id", kClientId}, {"code", code},
+            {"grant_type", "authorization_code"}, {"redirect_uri", kRedirectUri}};
+  }
+  static Params refreshParams(const std::string& refreshToken, std::optional<std::string> scope = "profile") {
+    Params params{{"grant_type", "refresh_token"}, {"client_id", kClientId}, {"refresh_token", refreshToken}};
+    if (scope) params.emplace_back("scope", *scope);
+    return params;
+  }
+  Reply exchange(const Params& params) { return post("/auth/o2/token", encodeList(params)); }
+  Reply refresh(const std::string& refreshToken, const std::string& scope = "profile") {
+    return exchange(refreshParams(refreshToken, scope));
+  }
+  Reply profile(const std::string& accessToken) {
+    return get("/user/profile?di.sdk.version=2.1.1", {{"Authorization", "Bearer " + accessToken}});
+  }
+  // The whole sign-in with the test account: the token endpoint's answer.
+  Reply signIn(const std::string& scope = "profile") {
+    Reply tokens = exchange(exchangeParams(code(scope)));
+    EXPECT_EQ(tokens.status, 200) << tokens.body;
+    return tokens;
+  }
+
+  httplib::SSLClient* client = nullptr;
+  std::unique_ptr<httplib::SSLClient> owned;
+};
+
+// Signs the test account in through `client` (connected to the sign-in server) and returns the
+// access token; empty when a step fails.
+inline std::string signInForAccessToken(httplib::SSLClient& client) {
+  SignInSteps steps;
+  steps.client = &client;
+  return steps.signIn()["access_token"];
 }
 
 }  // namespace applogic::emulator

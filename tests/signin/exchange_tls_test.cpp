@@ -2,21 +2,12 @@
 // server's CA as the extra CA file), on a run loop.
 
 #include <gtest/gtest.h>
-#include <httplib.h>
 
-#include "applogic/platform/curl_http_client.h"
-#include "applogic/platform/run_loop.h"
-#include "emulator/signin_server.h"
+#include "emulator/tls_client_fixture.h"
 #include "run_until_quit.h"
-#include "signin/client_fixture.h"
 
 namespace applogic::signin {
 namespace {
-
-class SystemClock final : public platform::Clock {
- public:
-  TimePoint now() const override { return std::chrono::system_clock::now(); }
-};
 
 // Quits the loop when the call is answered.
 class QuittingDelegate final : public test::RecordingDelegate {
@@ -28,65 +19,36 @@ class QuittingDelegate final : public test::RecordingDelegate {
 class ExchangeOverTlsTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    emulator::SignInServerOptions options;
-    options.bundleId = test::kPackage;
-    options.clientId = test::kClientId;
-    auto started = emulator::SignInServer::start(std::move(options));
-    ASSERT_TRUE(started.ok()) << started.error();
-    server_ = std::move(started).value();
-    const std::string base = server_->baseUrl();
-    f_ = std::make_unique<test::ClientFixture>(base + "/ap/oa", base + "/auth/o2/token");
-    f_->platform.clock = std::make_shared<SystemClock>();
-    f_->platform.secureRandom = platform::makeOpenSslSecureRandom();
-    f_->platform.mainThread = loop_;
-    platform::CurlHttpOptions http;
-    http.caFile = server_->caPath();
-    f_->platform.httpClient = platform::makeCurlHttpClient(loop_, http);
-    f_->configuration.profileEndpointUrl = base + "/user/profile";
+    ASSERT_TRUE(server_ = test::startServerForTheFixture());
+    c_ = std::make_unique<test::TlsClientFixture>(*server_);
   }
 
   // Runs `call` with a new delegate until it is answered.
   std::shared_ptr<QuittingDelegate> answer(const std::function<void(std::shared_ptr<QuittingDelegate>)>& call) {
-    auto delegate = std::make_shared<QuittingDelegate>(*loop_);
+    auto delegate = std::make_shared<QuittingDelegate>(*c_->loop);
     call(delegate);
-    EXPECT_TRUE(applogic::test::runUntilQuit(*loop_));  // a quit before the run makes it return at once
+    EXPECT_TRUE(applogic::test::runUntilQuit(*c_->loop));  // a quit before the run makes it return at once
     return delegate;
   }
 
-  // Signs in on the page the client opened, with the test account, and hands the redirect in.
+  // Signs in with the test account on the page the client opened, in the scripted browser.
   void signIn() {
-    const auto signedIn = answer([&](auto d) {
-      f_->lib().authorizeUserForScopes({"profile"}, d);
-      const std::string prefix = server_->baseUrl() + "/ap/oa?";
-      const std::string page = f_->presenter->opened().back().url;
-      ASSERT_TRUE(page.starts_with(prefix)) << page;
-      httplib::SSLClient browser("127.0.0.1", server_->port());
-      browser.set_ca_cert_path(server_->caPath().c_str());
-      browser.enable_server_certificate_verification(true);
-      const auto form = browser.Get("/ap/oa?" + page.substr(prefix.size()));
-      ASSERT_TRUE(form && form->status == 200);
-      const std::string marker = "name=\"signin_request\" value=\"";
-      const std::size_t start = form->body.find(marker) + marker.size();
-      const auto redirect = browser.Post(
-          "/ap/oa",
-          "signin_request=" + form->body.substr(start, form->body.find('"', start) - start) +
-              "&email=listener%40tunevo.test&password=tunevo-password&action=signin",
-          "application/x-www-form-urlencoded");
-      ASSERT_TRUE(redirect && redirect->status == 302);
-      ASSERT_TRUE(f_->lib().handleOpenURL(redirect->get_header_value("Location"), "browser"));
-    });
-    ASSERT_EQ(signedIn->successes.size(), 1u) << signedIn->failure();
+    const auto signedIn = answer([&](auto d) { c_->client.lib().authorizeUserForScopes({"profile"}, d); });
+    ASSERT_FALSE(c_->browser->opened().empty());
+    EXPECT_EQ(c_->handled, std::vector<bool>(c_->handled.size(), true));
+    const std::string page = c_->browser->opened().back();
+    EXPECT_TRUE(page.starts_with(server_->baseUrl() + "/ap/oa?")) << page;
+    ASSERT_EQ(signedIn->successes.size(), 1u) << signedIn->failure() << ::testing::PrintToString(c_->problems);
   }
-  std::string storedAccessToken() const { return f_->stored(kTokenTypeAccessToken)->token().value_or(""); }
+  std::string storedAccessToken() const { return c_->client.stored(kTokenTypeAccessToken)->token().value_or(""); }
 
-  std::shared_ptr<platform::RunLoop> loop_ = std::make_shared<platform::RunLoop>();
   std::unique_ptr<emulator::SignInServer> server_;
-  std::unique_ptr<test::ClientFixture> f_;
+  std::unique_ptr<test::TlsClientFixture> c_;
 };
 
 TEST_F(ExchangeOverTlsTest, SignInRefreshSharedByAHundredCallersProfileAndSignOut) {
   ASSERT_NO_FATAL_FAILURE(signIn());
-  const auto firstRefresh = f_->stored(kTokenTypeRefreshToken)->token();
+  const auto firstRefresh = c_->client.stored(kTokenTypeRefreshToken)->token();
   // The refresh is held at the server until every caller has asked; a second refresh with the
   // rotated-away token would revoke the grant.
   server_->injectDelay(emulator::Endpoint::token, std::chrono::milliseconds(300));
@@ -96,19 +58,19 @@ TEST_F(ExchangeOverTlsTest, SignInRefreshSharedByAHundredCallersProfileAndSignOu
   for (int i = 0; i < 100; ++i) {
     callers.push_back(std::make_shared<test::RecordingDelegate>());
     callers.back()->onAnswer = [&] {
-      if (++answered == callers.size()) loop_->quit();
+      if (++answered == callers.size()) c_->loop->quit();
     };
-    f_->lib().getAccessTokenForScopes({"profile"}, JsonObject{{"force_refresh", "yes"}}, callers.back());
+    c_->client.lib().getAccessTokenForScopes({"profile"}, JsonObject{{"force_refresh", "yes"}}, callers.back());
   }
-  ASSERT_TRUE(applogic::test::runUntilQuit(*loop_));
+  ASSERT_TRUE(applogic::test::runUntilQuit(*c_->loop));
   EXPECT_EQ(server_->requests().size() - before, 1u);
   for (const auto& caller : callers) {
     ASSERT_EQ(caller->successes.size(), 1u);
     EXPECT_EQ(caller->successes[0].resultString(), storedAccessToken());
   }
-  EXPECT_NE(f_->stored(kTokenTypeRefreshToken)->token(), firstRefresh) << "the server rotates refresh tokens";
+  EXPECT_NE(c_->client.stored(kTokenTypeRefreshToken)->token(), firstRefresh) << "the server rotates refresh tokens";
 
-  const auto profile = answer([&](auto d) { f_->lib().getProfile(d); });
+  const auto profile = answer([&](auto d) { c_->client.lib().getProfile(d); });
   ASSERT_EQ(profile->successes.size(), 1u) << profile->failure();
   EXPECT_EQ(json::string(*profile->successes[0].resultObject(), "email"), "listener@tunevo.test");
   for (const auto& request : server_->requests()) {
@@ -120,22 +82,22 @@ TEST_F(ExchangeOverTlsTest, SignInRefreshSharedByAHundredCallersProfileAndSignOu
     EXPECT_TRUE(userAgent) << request.path;
   }
 
-  EXPECT_EQ(answer([&](auto d) { f_->lib().clearAuthorizationState(d); })->successes.size(), 1u);
-  EXPECT_TRUE(f_->store->items().empty());
-  loop_->runUntilIdle();
+  EXPECT_EQ(answer([&](auto d) { c_->client.lib().clearAuthorizationState(d); })->successes.size(), 1u);
+  EXPECT_TRUE(c_->client.store->items().empty());
+  c_->loop->runUntilIdle();
 }
 
 TEST_F(ExchangeOverTlsTest, ServerFaultsRetriedRefreshedOrEndingTheSignIn) {
   ASSERT_NO_FATAL_FAILURE(signIn());
   server_->injectServerError(emulator::Endpoint::token, 3);
   const JsonObject force{{"force_refresh", "YES"}};
-  const auto retried = answer([&](auto d) { f_->lib().getAccessTokenForScopes({"profile"}, force, d); });
+  const auto retried = answer([&](auto d) { c_->client.lib().getAccessTokenForScopes({"profile"}, force, d); });
   EXPECT_EQ(retried->successes.size(), 1u) << retried->failure();
 
   // A refused access token is refreshed once and the profile asked again.
   const auto before = storedAccessToken();
   server_->inject(emulator::Fault::invalidToken);
-  const auto profile = answer([&](auto d) { f_->lib().getProfile(d); });
+  const auto profile = answer([&](auto d) { c_->client.lib().getProfile(d); });
   ASSERT_EQ(profile->successes.size(), 1u) << profile->failure();
   EXPECT_NE(storedAccessToken(), before);
   std::vector<std::string> paths;
@@ -144,17 +106,17 @@ TEST_F(ExchangeOverTlsTest, ServerFaultsRetriedRefreshedOrEndingTheSignIn) {
             (std::vector<std::string>{"GET /user/profile", "POST /auth/o2/token", "GET /user/profile"}));
 
   server_->inject(emulator::Fault::invalidGrant);
-  const auto refused = answer([&](auto d) { f_->lib().getAccessTokenForScopes({"profile"}, force, d); });
+  const auto refused = answer([&](auto d) { c_->client.lib().getAccessTokenForScopes({"profile"}, force, d); });
   ASSERT_EQ(refused->failures.size(), 1u);
   EXPECT_EQ(refused->failures[0].error().code(), kAIApplicationNotAuthorized);
-  EXPECT_TRUE(f_->store->items().empty());
+  EXPECT_TRUE(c_->client.store->items().empty());
 
   ASSERT_NO_FATAL_FAILURE(signIn());
   server_->inject(emulator::Fault::insufficientScope);
-  const auto scoped = answer([&](auto d) { f_->lib().getProfile(d); });
+  const auto scoped = answer([&](auto d) { c_->client.lib().getProfile(d); });
   ASSERT_EQ(scoped->failures.size(), 1u);
   EXPECT_EQ(scoped->failures[0].error().code(), kAIApplicationNotAuthorized);
-  EXPECT_TRUE(static_cast<AIRefreshToken&>(*f_->stored(kTokenTypeRefreshToken)).scopes().empty());
+  EXPECT_TRUE(static_cast<AIRefreshToken&>(*c_->client.stored(kTokenTypeRefreshToken)).scopes().empty());
 }
 
 }  // namespace
