@@ -48,9 +48,13 @@ TEST(CatalogOptions, RefuseWhatCannotBeRunAndTakeWhatCan) {
     }
   }
   const auto preview = std::get<CatalogCommandOptions>(
-      parseCatalogOptions("preview", {"--store", "tokens.sqlite3", "tra.1", "--json", "--service", "u"}, "env"));
+      parseCatalogOptions("preview", {"--store", "tokens.sqlite3", "tra.1", "--json", "--service", "u", "--lang", "fr",
+                                      "--sink", "fakesink"},
+                          "env"));
   EXPECT_EQ(preview.argument, "tra.1");
   EXPECT_EQ(preview.service, "u");
+  EXPECT_EQ(preview.language, "fr");
+  EXPECT_EQ(preview.sink, "fakesink");
   EXPECT_TRUE(preview.json);
   EXPECT_EQ(preview.signIn.store, std::filesystem::path("tokens.sqlite3"));
 }

@@ -1,11 +1,6 @@
 // `tunevo demo` as a user runs it: from a directory that holds no samples, so that the answers
 // must come from the program itself.
 
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
-
 #include "tools/tunevo_process.h"
 
 namespace tunevo::test {

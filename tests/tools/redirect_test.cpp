@@ -2,17 +2,9 @@
 // hand-in of a URL from the `tunevo handle-url` process to a listener in this process.
 
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <memory>
 #include <optional>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "applogic/testing/manual_main_thread.h"
 #include "tools/tunevo_process.h"
@@ -24,22 +16,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Points an environment variable at a directory of this test for the test's length (each test
-// runs in a process of its own).
-struct ScopedDirectoryVariable {
-  ScopedDirectoryVariable(const char* name, const std::string& leaf)
-      : dir_(fs::path(::testing::TempDir()) / (leaf + "_" + std::to_string(::getpid()))) {
-    fs::remove_all(dir_);
-    fs::create_directories(dir_);
-    ::setenv(name, dir_.c_str(), 1);
-  }
-  ~ScopedDirectoryVariable() { fs::remove_all(dir_); }
-  const fs::path& dir() const { return dir_; }
-  fs::path dir_;
-};
-
 struct ListenerFixture : ::testing::Test {
-  ScopedDirectoryVariable runtime{"XDG_RUNTIME_DIR", "runtime"};
+  ScratchDirectory runtime{"runtime_", "XDG_RUNTIME_DIR"};
   std::shared_ptr<applogic::testing::ManualMainThread> mainThread = std::make_shared<applogic::testing::ManualMainThread>();
   std::vector<std::string> received;
   fs::path socketPath() {
@@ -103,11 +81,11 @@ TEST_F(ListenerFixture, RefusesADirectoryOthersCanEnter) {
 }
 
 TEST(UrlHandler, InstallsAndRemovesTheDesktopEntryForTheAppSchemeAndRefusesBundleIdsThatAreNoScheme) {
-  const ScopedDirectoryVariable data("XDG_DATA_HOME", "data");
-  const ScopedDirectoryVariable config("XDG_CONFIG_HOME", "config");  // where xdg-mime would write
+  const ScratchDirectory data("data_", "XDG_DATA_HOME");
+  const ScratchDirectory config("config_", "XDG_CONFIG_HOME");  // where xdg-mime would write
   const Outcome install = runTunevo("url-handler install --bundle-id app.tunevo.Desktop");
   ASSERT_EQ(install.status, 0) << install.err;
-  const fs::path entry = data.dir() / "applications" / "tunevo-amzn-app.tunevo.Desktop.desktop";
+  const fs::path entry = data.path() / "applications" / "tunevo-amzn-app.tunevo.Desktop.desktop";
   EXPECT_EQ(readAll(entry),
             "[Desktop Entry]\n"
             "Type=Application\n"
@@ -120,7 +98,7 @@ TEST(UrlHandler, InstallsAndRemovesTheDesktopEntryForTheAppSchemeAndRefusesBundl
 
   // Remove undoes the entry and the default that xdg-mime wrote (here written by hand, with
   // other handlers that stay), and a second remove says there was nothing left.
-  const fs::path mimeApps = config.dir() / "mimeapps.list";
+  const fs::path mimeApps = config.path() / "mimeapps.list";
   const std::string scheme = "x-scheme-handler/amzn-app.tunevo.desktop";
   std::ofstream(mimeApps) << "[Default Applications]\n" + scheme + "=tunevo-amzn-app.tunevo.Desktop.desktop;\n"
                              "x-scheme-handler/https=firefox.desktop\n[Added Associations]\n" + scheme +
@@ -148,7 +126,7 @@ TEST(UrlHandler, InstallsAndRemovesTheDesktopEntryForTheAppSchemeAndRefusesBundl
     EXPECT_EQ(appUrlScheme(bad), std::nullopt) << bad;
   }
   // The bundle identifier's source is named when it gives none.
-  const fs::path noId = data.dir() / "no-id.json";
+  const fs::path noId = data.path() / "no-id.json";
   std::ofstream(noId) << R"({"APIKey": "k"})";
   const std::tuple<std::string, int, std::string> refusals[] = {
       {"--bundle-id 'a b'", 65, "tunevo url-handler: 'amzn-a b' is not a valid URL scheme\n"},

@@ -3,7 +3,7 @@
 // Runs tunevo three ways: `parse` in process through its entry function, the whole program as a
 // user would, from a directory of the current test's own (ctest runs tests in parallel processes,
 // and the demo must not find any sample files around it), and a program left running until it is
-// interrupted.
+// interrupted. The tools' tests take the standard headers below, and googletest, from here.
 
 #include <fcntl.h>
 #include <signal.h>
@@ -48,6 +48,33 @@ inline std::string readAll(const std::filesystem::path& path) {
   std::ifstream file(path, std::ios::binary);
   return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
 }
+
+inline std::filesystem::path writeFile(const std::filesystem::path& path, std::string_view text) {
+  std::ofstream(path, std::ios::binary) << text;
+  return path;
+}
+
+// A directory of this test process's own (ctest runs tests in parallel processes), empty at the
+// start and removed at the end; with `variable`, that environment variable names it. The name
+// stays short so that a UNIX socket's path under it fits.
+class ScratchDirectory {
+ public:
+  explicit ScratchDirectory(const std::string& leaf, const char* variable = nullptr)
+      : path_(std::filesystem::path(::testing::TempDir()) / (leaf + std::to_string(::getpid()))) {
+    std::filesystem::remove_all(path_);
+    std::filesystem::create_directories(path_);
+    if (variable != nullptr) ::setenv(variable, path_.c_str(), 1);
+  }
+  ~ScratchDirectory() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+  }
+  const std::filesystem::path& path() const { return path_; }
+  std::filesystem::path operator/(const std::string& name) const { return path_ / name; }
+
+ private:
+  std::filesystem::path path_;
+};
 
 inline Outcome runTunevo(const std::string& arguments, const std::string& stdinPath = "/dev/null") {
   const auto dir = std::filesystem::path(::testing::TempDir()) /
