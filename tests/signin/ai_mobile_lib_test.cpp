@@ -156,6 +156,25 @@ TEST_F(MobileLibTest, ProfileWithoutDelegateIsNotKept) {
   EXPECT_FALSE(f_.stored(kTokenTypeProfileData));
 }
 
+// Each refused profile call is refreshed once and asked again; a refresh that fails ends only its
+// own call, and the next refusal is refreshed again.
+TEST_F(MobileLibTest, EachRefusedProfileCallIsRefreshedOnceWhateverBefore) {
+  f_.save(AIRefreshToken("rt", {"profile"}, *f_.clock));
+  for (const bool refreshes : {true, true, false, true}) {
+    f_.save(accessToken("at", std::chrono::seconds(600)));
+    f_.http->script("GET", test::kProfileUrl, {HttpAnswer::response(401, R"({"error":"invalid_token"})"),
+                                               HttpAnswer::response(200, R"({"user_id":"u1"})")});
+    f_.http->script("POST", kTokenUrl, {refreshes ? HttpAnswer::response(200, tokenAnswer("at.new", "rt"))
+                                                  : HttpAnswer::connectionFailure()});
+    auto delegate = std::make_shared<RecordingDelegate>();
+    lib().getProfile(delegate);
+    f_.pump();
+    EXPECT_EQ(delegate->answers(), 1u);
+    EXPECT_EQ(delegate->successes.size(), refreshes ? 1u : 0u);
+    f_.clock->advance(std::chrono::hours(2));  // the profile kept is stale again
+  }
+}
+
 TEST_F(MobileLibTest, AccessTokenIsServedUntilItsExpirySecondThenRefreshed) {
   f_.save(AIRefreshToken("rt", {"profile"}, *f_.clock));
   f_.save(accessToken("at.VALID", std::chrono::seconds(10)));
