@@ -39,6 +39,9 @@ const std::vector<Row>& rows() {
   static const std::vector<Row> table{
       {"track id is one path segment", [](auto& s, auto&) { return s.tracks->getTrackData("tra.1/2 ü"); }, "GET",
        "https://catalog.test/v1/tracks/tra.1%2F2%20%C3%BC"},
+      {"unreserved characters stay, their neighbours are escaped",
+       [](auto& s, auto&) { return s.tracks->getTrackData("AZaz09-._~@[`{/:"); }, "GET",
+       "https://catalog.test/v1/tracks/AZaz09-._~%40%5B%60%7B%2F%3A"},
       {"top tracks", [](auto& s, auto&) { return s.tracks->getTopTracksData(7); }, "GET",
        "https://catalog.test/v1/tracks/top?limit=7"},
       {"search escapes the query", [](auto& s, auto&) { return s.search->searchTracks("so what&x=1", 20); }, "GET",
