@@ -328,7 +328,6 @@ class PagesCall final : public Call {
     }
     --asked_;
     inFlight_ = true;
-    body_.clear();
     send(page_(nextOffset_));
   }
 

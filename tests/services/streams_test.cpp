@@ -100,6 +100,10 @@ TEST_F(Paging, TriggersDuringARequestQueueAndTheTriggersEndCompletesAfterThem) {
   EXPECT_TRUE(recorded->completed);
   EXPECT_EQ(recorded->values.size(), 2u);
   EXPECT_EQ(offsetsAsked(), (std::vector<std::string>{"10", "12"}));
+  // A list whose trigger ended while no page was asked for completes at once.
+  const auto idle = favorites(0);
+  ASSERT_TRUE(pumpUntil([&] { return idle->ended(); }));
+  EXPECT_TRUE(idle->completed);
 }
 
 TEST_F(Paging, AnEmptyPageOrOneWithoutCountsIsTheLast) {
