@@ -55,6 +55,7 @@ TEST_F(Paging, EachTriggerAsksForTheNextPageAndTheLastPageCompletes) {
     ASSERT_TRUE(pumpUntil([&] { return recorded->values.size() == static_cast<std::size_t>(asked); }));
     EXPECT_EQ(recorded->completed, asked == 3);
   }
+  EXPECT_FALSE(trigger.hasObservers()) << "the last page stops listening";
   trigger.onNext(unit);
   mainThread->runPending();
   EXPECT_EQ(offsetsAsked(), (std::vector<std::string>{"0", "2", "4"}));
@@ -117,6 +118,8 @@ TEST_F(Paging, AnEmptyPageOrOneWithoutCountsIsTheLast) {
 }
 
 TEST_F(Paging, AFailedPageEndsTheListAndStopsListeningToTheTrigger) {
+  favorites(0)->subscription.dispose();
+  EXPECT_FALSE(trigger.hasObservers()) << "so does a disposed list";
   http->script("GET", kFavorites, {HttpAnswer::response(200, page(0, 2, 6)), HttpAnswer::response(500)});
   const auto recorded = favorites(0);
   trigger.onNext(unit);
@@ -124,6 +127,7 @@ TEST_F(Paging, AFailedPageEndsTheListAndStopsListeningToTheTrigger) {
   ASSERT_TRUE(pumpUntil([&] { return recorded->ended(); }));
   EXPECT_EQ(recorded->values.size(), 1u);
   EXPECT_EQ(recorded->error->code, 500);
+  EXPECT_FALSE(trigger.hasObservers());
   trigger.onNext(unit);
   mainThread->runPending();
   EXPECT_EQ(http->requests().size(), 2u);
