@@ -145,6 +145,29 @@ TEST_F(MobileLibTest, VersionDeniedFallsBackToTheDefaultViewOnce) {
   EXPECT_EQ(delegate_->answers(), 1u);
 }
 
+// Calls answered at once, without the server: a code asked for without the app's challenge, an
+// access token while signed out, and a profile fetched within the hour.
+TEST_F(MobileLibTest, CallsThatNeedNoServerAnswerAtOnce) {
+  const JsonObject codeWithoutChallenge{{"return_authorization_code", true}};
+  const AIError missingChallenge(kAIInvalidInput, std::string(kAIMessageMissingCodeChallenge));
+  const std::pair<std::function<void(std::shared_ptr<RecordingDelegate>)>, AIError> failing[] = {
+      {[&](auto d) { lib().authorizeUserForScopes({"profile"}, d, codeWithoutChallenge); }, missingChallenge},
+      {[&](auto d) { lib().getProfile(d, codeWithoutChallenge); }, missingChallenge},
+      {[&](auto d) { lib().getAccessTokenForScopes({"profile"}, {}, d); },
+       AIError(kAIApplicationNotAuthorized, std::string(kAIMessageApplicationNotAuthorized))}};
+  for (const auto& [call, error] : failing) {
+    auto delegate = std::make_shared<RecordingDelegate>();
+    call(delegate);
+    ASSERT_EQ(delegate->failures.size(), 1u);
+    EXPECT_EQ(delegate->failures[0].error(), error);
+  }
+  f_.save(AIProfileData(JsonObject{{"user_id", "u1"}}, *f_.clock));
+  lib().getProfile(delegate_);
+  ASSERT_EQ(delegate_->successes.size(), 1u);
+  EXPECT_EQ(json::string(*delegate_->successes[0].resultObject(), "user_id"), "u1");
+  EXPECT_TRUE(f_.http->requests().empty());
+}
+
 // Without a delegate the profile is still fetched, but the call's own error (code 6) keeps it
 // from being stored.
 TEST_F(MobileLibTest, ProfileWithoutDelegateIsNotKept) {
