@@ -179,21 +179,24 @@ TEST_F(MobileLibTest, ProfileWithoutDelegateIsNotKept) {
   EXPECT_FALSE(f_.stored(kTokenTypeProfileData));
 }
 
-// Each refused profile call is refreshed once and asked again; a refresh that fails ends only its
-// own call, and the next refusal is refreshed again.
+// Each refused profile call is refreshed once and asked again; refused again, or with a refresh
+// that fails, it ends, and the next refusal is refreshed again.
 TEST_F(MobileLibTest, EachRefusedProfileCallIsRefreshedOnceWhateverBefore) {
   f_.save(AIRefreshToken("rt", {"profile"}, *f_.clock));
-  for (const bool refreshes : {true, true, false, true}) {
+  const HttpAnswer refused = HttpAnswer::response(401, R"({"error":"invalid_token"})");
+  for (const auto& [refreshes, again] : std::initializer_list<std::pair<bool, int>>{
+           {true, 200}, {true, 401}, {true, 200}, {false, 200}, {true, 200}}) {
     f_.save(accessToken("at", std::chrono::seconds(600)));
-    f_.http->script("GET", test::kProfileUrl, {HttpAnswer::response(401, R"({"error":"invalid_token"})"),
-                                               HttpAnswer::response(200, R"({"user_id":"u1"})")});
+    f_.http->script("GET", test::kProfileUrl, {refused, again == 200 ? HttpAnswer::response(200, R"({"user_id":"u1"})") : refused});
     f_.http->script("POST", kTokenUrl, {refreshes ? HttpAnswer::response(200, tokenAnswer("at.new", "rt"))
                                                   : HttpAnswer::connectionFailure()});
+    const auto sent = f_.http->requests().size();
     auto delegate = std::make_shared<RecordingDelegate>();
     lib().getProfile(delegate);
     f_.pump();
     EXPECT_EQ(delegate->answers(), 1u);
-    EXPECT_EQ(delegate->successes.size(), refreshes ? 1u : 0u);
+    EXPECT_EQ(delegate->successes.size(), refreshes && again == 200 ? 1u : 0u);
+    EXPECT_EQ(f_.http->requests().size() - sent, refreshes ? 3u : 2u) << "one refresh at most";
     f_.clock->advance(std::chrono::hours(2));  // the profile kept is stale again
   }
 }
