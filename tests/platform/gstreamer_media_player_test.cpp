@@ -273,7 +273,7 @@ TEST_F(GStreamerMediaPlayerTest, AStalledStreamIsHeldUntilItsDataComes) {
     SCOPED_TRACE(waits);
     reports.clear();
     RawClipServer server(testing::toneWavClip(0.3), RawClipServer::holds);
-    player->setAutomaticallyWaitsToMinimizeStalling(waits);
+    if (!waits) player->setAutomaticallyWaitsToMinimizeStalling(false);  // a player waits unless told not to
     player->replaceCurrentItem(factory->makeItem(*Url::parse(server.url())));
     const int before = mainThread->posted.load();
     ASSERT_TRUE(eventually([&] { return mainThread->posted.load() > before; }));  // buffering, from the start
