@@ -201,6 +201,28 @@ TEST_F(MobileLibTest, EachRefusedProfileCallIsRefreshedOnceWhateverBefore) {
   }
 }
 
+// A profile refused for want of the profile scope takes that scope from the refresh token, so the
+// next sign-in asks for it again; any other refusal keeps the scopes.
+TEST_F(MobileLibTest, AProfileRefusedForWantOfTheProfileScopeTakesItFromTheRefreshToken) {
+  const std::vector<std::string> kept{"profile", "postal_code"}, taken{"postal_code"};
+  const std::tuple<const char*, const char*, std::vector<std::string>> rows[] = {
+      {"insufficient_scope", "Insufficient scope: scope required profile.", taken},
+      {"INSUFFICIENT_SCOPE", "SCOPE REQUIRED PROFILE", taken},
+      {"insufficient_scope", "Insufficient scope.", kept},
+      {"invalid_request", "scope required profile", kept}};
+  for (const auto& [code, description, scopes] : rows) {
+    f_.save(AIRefreshToken("rt", kept, *f_.clock));
+    f_.save(accessToken("at", std::chrono::seconds(600)));
+    f_.http->script("GET", test::kProfileUrl, {HttpAnswer::response(403, std::string(R"({"error":")") + code +
+                                                                             R"(","error_description":")" + description + R"("})")});
+    auto delegate = std::make_shared<RecordingDelegate>();
+    lib().getProfile(delegate);
+    f_.pump();
+    EXPECT_EQ(delegate->failures.size(), 1u) << description;
+    EXPECT_EQ(static_cast<AIRefreshToken&>(*f_.stored(kTokenTypeRefreshToken)).scopes(), scopes) << code << " " << description;
+  }
+}
+
 TEST_F(MobileLibTest, AccessTokenIsServedUntilItsExpirySecondThenRefreshed) {
   f_.save(AIRefreshToken("rt", {"profile"}, *f_.clock));
   f_.save(accessToken("at.VALID", std::chrono::seconds(10)));
