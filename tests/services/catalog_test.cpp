@@ -1,7 +1,7 @@
 // The clients against the local catalog service, over the Linux HTTP client and loopback TLS:
-// every operation through its data controller (so the answers have the shapes the serializers
-// read), paging to the end, the refresh after a refused token, cancellation as the server sees
-// it, and an update stream across a dropped connection.
+// every operation through its data controller, so that the paths the clients ask for and the
+// shapes the serializers read are the ones the service has. Paging, refreshes, cancellation and
+// reconnection are the clients' own, tested over the scripted HTTP client.
 
 #include <gtest/gtest.h>
 
@@ -11,7 +11,6 @@
 
 #include "applogic/controllers/genre_data_controller.h"
 #include "applogic/controllers/giphy_data_controller.h"
-#include "applogic/controllers/personalized_data_controller.h"
 #include "applogic/controllers/playlists_data_controller.h"
 #include "applogic/controllers/search_data_controller.h"
 #include "applogic/controllers/tracks_data_controller.h"
@@ -60,12 +59,6 @@ class Catalog : public ::testing::Test {
   template <class Condition>
   bool pumpUntil(Condition done) {
     return services::pumpUntil([this] { return mainThread->runUntilIdle(); }, done);
-  }
-
-  std::size_t requestsTo(std::string_view path) const {
-    std::size_t count = 0;
-    for (const auto& request : server->requests()) count += request.path == path;
-    return count;
   }
 
   std::unique_ptr<emulator::CatalogServer> server;
@@ -132,80 +125,6 @@ TEST_F(Catalog, PlaylistWritesChangeWhatIsReadBack) {
   const auto recommended = run(playlists.getRecommendedTracks("mp.1001"))->values.at(0);
   ASSERT_FALSE(recommended.empty());
   EXPECT_EQ(run(playlists.rejectRecommendedTracks({recommended[0].id}))->values.size(), 1u);
-}
-
-TEST_F(Catalog, PagesRunToTheEndAtEveryPageSize) {
-  const PersonalizedDataController personalized(clients.personalized);
-  std::size_t total = 0;
-  for (const int pageSize : {1, 7, 45, 500}) {
-    rx::PublishSubject<Unit> trigger;
-    auto pages = record(personalized.getNewReleaseRecommendedTracks(0, pageSize, trigger.asObservable()));
-    // One emission per page: the stream must complete by itself after the last one.
-    while (!pages->ended()) {
-      const std::size_t seen = pages->values.size();
-      trigger.onNext(unit);
-      ASSERT_TRUE(pumpUntil([&] { return pages->values.size() > seen || pages->ended(); }));
-    }
-    EXPECT_TRUE(pages->completed) << pageSize;
-    std::size_t items = 0;
-    for (const auto& page : pages->values) items += page.size();
-    if (total == 0) total = items;
-    EXPECT_EQ(items, total) << pageSize;
-    EXPECT_EQ(pages->values.size(), (total + pageSize - 1) / pageSize) << pageSize;
-  }
-  EXPECT_GT(total, 1u);
-}
-
-TEST_F(Catalog, AnExpiredTokenIsRefreshedOnceAndServerFailuresArriveAsErrors) {
-  const TracksDataController tracks(clients.tracks);
-  run(tracks.getTopTracks(1));  // settles on the good token
-  const auto refreshes = tokens->forced().size();
-  server->expireNext(1);
-  EXPECT_EQ(run(tracks.getTopTracks(1))->values.size(), 1u);
-  EXPECT_EQ(tokens->forced().size(), refreshes + 2);
-  EXPECT_TRUE(tokens->forced().back());
-
-  server->failNext(1);
-  const auto failed = record(tracks.getTopTracks(1));
-  ASSERT_TRUE(pumpUntil([&] { return failed->ended(); }));
-  ASSERT_TRUE(failed->error);
-  EXPECT_EQ(failed->error->domain, kServiceErrorDomain);
-  EXPECT_EQ(failed->error->code, 500);
-
-  // libcurl sends a request again, once, on a new connection when a kept-alive one closes
-  // without an answer; the second drop is the request's.
-  server->dropNext(2);
-  const auto dropped = record(tracks.getTopTracks(1));
-  ASSERT_TRUE(pumpUntil([&] { return dropped->ended(); }));
-  ASSERT_TRUE(dropped->error);
-  EXPECT_EQ(dropped->error->domain, platform::kHttpErrorDomain);
-}
-
-TEST_F(Catalog, DisposingARequestClosesItOnTheServer) {
-  const TracksDataController tracks(clients.tracks);
-  run(tracks.getTopTracks(1));
-  server->setLatency(std::chrono::seconds(30));
-  const std::size_t asked = requestsTo("/v1/tracks/top");
-  auto pending = record(tracks.getTopTracks(1));
-  ASSERT_TRUE(pumpUntil([&] { return requestsTo("/v1/tracks/top") > asked; }));
-  pending->subscription.dispose();
-  ASSERT_TRUE(pumpUntil([&] { return server->abandonedRequests() == 1; }));
-  mainThread->runUntilIdle();
-  EXPECT_FALSE(pending->ended());
-}
-
-TEST_F(Catalog, UpdatesArriveAcrossADroppedConnection) {
-  server->dropNext(1);  // the stream's first connection
-  auto updates = record(clients.history->recentTracksUpdated());
-  // Connected once the reconnection's request has reached the server.
-  ASSERT_TRUE(pumpUntil([&] { return requestsTo("/v1/me/events") >= 2; }));
-  ASSERT_TRUE(server->pushForeignEvent("history.updated", "friend-7"));
-  ASSERT_TRUE(pumpUntil([&] { return !updates->values.empty(); }));
-  EXPECT_EQ(updates->values[0].user, UserHint::user("friend-7"));
-  EXPECT_TRUE(updates->values[0].result.ok());
-  EXPECT_FALSE(updates->ended());
-  updates->subscription.dispose();
-  mainThread->runUntilIdle();
 }
 
 TEST_F(Catalog, GiphyPicturesComeWithTheApiKey) {
