@@ -236,16 +236,6 @@ TEST(PlaylistImageCreate, TheTypeDecidesTheCaseExactly) {
   EXPECT_EQ(DisplayImage::fromRaw(object(R"({"id":"d","version":2.5,"imageType":5})")), (DisplayImage{"d", 0, false, ""}));
 }
 
-TEST(PlaylistImageEquality, ComparesCaseAndPayload) {
-  EXPECT_TRUE(giphy("caf\u00e9") == giphy("cafe\u0301") && display("caf\u00e9", false) == display("cafe\u0301", false));
-  for (const auto& [a, b] : std::vector<std::pair<PlaylistImage, PlaylistImage>>{
-           {giphy("x"), giphy("X")}, {giphy("x"), display("x", false)}, {display("x", false), giphy("x")},
-           {display("d", false), display("d", true)}, {display("d", false, 1), display("d", false, 2)},
-           {display("d", false, 0, "a"), display("d", false, 0, "b")}, {display("d", false), display("e", false)}}) {
-    EXPECT_FALSE(a == b) << a << " " << b;
-  }
-}
-
 TEST(PlaylistImagesResponse, SkipsWhatIsNotAnImageAndFailsOnlyOnTheTopLevels) {
   EXPECT_EQ(PlaylistImagesResponseToPlaylistImage(parse(R"({"images":[{"imageType":"giphyImage","id":"g1"},
       {"imageType":"GiphyImage","id":"g2"}, {}, {"imageType":"displayImage","id":"d1"}, {"imageType":"giphyImage"}]})")),
@@ -349,12 +339,6 @@ TEST(GiphyImageInfoFromRaw, AddressesMoveToTheProxyHostUnlessTheyCannotCarryOne)
   EXPECT_EQ(info(1, 1, "a b.gif").url(), std::nullopt);
 }
 
-TEST(GiphyImageInfo, EqualityComparesSizesAsFloatsAndAddressesCanonically) {
-  EXPECT_EQ(info(480, 270, "caf\u00e9"), info(480.0f, 270.0f, "cafe\u0301"));
-  for (const auto& other : {info(480.0001f, 270, "a"), info(480, 271, "a"), info(480, 270, "A")}) EXPECT_NE(info(480, 270, "a"), other);
-  EXPECT_NE(info(NAN, 1, "a"), info(NAN, 1, "a"));
-}
-
 constexpr const char* kPicture = R"({
   "type": "gif", "id": "xT9", "url": "https://giphy.com/gifs/xT9", "bitly_url": "https://gph.is/1", "rating": "pg-13",
   "images": {
@@ -413,10 +397,10 @@ TEST(GiphyGetBestFit, ClosestWidthOfTheModeWithTiesToTheFirstInTheAnswer) {
 }
 
 TEST(GiphyEquality, ComparesImagesAsADictionaryAndTheRestFieldByField) {
-  const Giphy base{"caf\u00e9", {{"a", info(1, 1, "x")}, {"b", info(2, 1, "y")}}, GiphyRating::g, "w", "b", std::nullopt};
+  const Giphy base{"caf\u00e9", {{"a", info(1, 1, "x\u00e9")}, {"b", info(2, 1, "y")}}, GiphyRating::g, "w", "b", std::nullopt};
   Giphy reordered = base;
   std::swap(reordered.images[0], reordered.images[1]);
-  reordered.id = "cafe\u0301";
+  reordered.id = "cafe\u0301", reordered.images[1].second.urlString = "xe\u0301";
   EXPECT_EQ(base, reordered);
   std::vector<Giphy> different(7, base);
   different[0].images.pop_back(), different[1].images[1].second.width = 3, different[2].images[1].first = "c";
