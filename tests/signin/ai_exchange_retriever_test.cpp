@@ -164,6 +164,52 @@ TEST_F(ExchangeTest, UnusableAnswersAreServerErrors) {
   }
 }
 
+// A refresh's retries start again once an exchange is reported; the profile's never do, so after
+// three retries in all its 500s are reported at once.
+TEST_F(ExchangeTest, RetryCountsStartAgainForTheRefreshButNotForTheProfile) {
+  const HttpAnswer unreadable = HttpAnswer::response(500, "<html>busy</html>");
+  const HttpAnswer tokens = HttpAnswer::response(200, tokenAnswer("at", "rt"));
+  store(AIRefreshToken("rt", {"profile"}, *f_.clock));
+  f_.http->script("POST", kTokenUrl, {unreadable, tokens, unreadable, unreadable, unreadable, tokens});
+  refresher_->getAccessToken(context(AICallMethod::getAccessToken));
+  f_.pump();
+  refresher_->getAccessToken(context(AICallMethod::getAccessToken));
+  f_.pump();
+  EXPECT_EQ(delegate_->successes.size(), 2u);
+  EXPECT_EQ(f_.http->requests().size(), 6u);
+
+  f_.http->script("GET", kProfileUrl, {unreadable, unreadable, unreadable, HttpAnswer::response(200, R"({"user_id":"u"})"), unreadable});
+  profiler_->getProfile(context(AICallMethod::getProfile));
+  f_.pump();
+  EXPECT_EQ(delegate_->successes.size(), 3u);
+  profiler_->getProfile(context(AICallMethod::getProfile));
+  f_.pump();
+  ASSERT_EQ(delegate_->failures.size(), 1u);
+  EXPECT_EQ(delegate_->failures[0].error().code(), kAIServerError);
+  EXPECT_EQ(f_.http->requests().size(), 11u);
+}
+
+// A profile call made while a refused profile's refresh runs waits for it, and one profile request
+// with the new token answers both.
+TEST_F(ExchangeTest, AProfileCallDuringTheRefreshJoinsIt) {
+  store(AIRefreshToken("rt", {"profile"}, *f_.clock));
+  store(AIAccessToken("at.OLD", {"profile"}, f_.clock->now() + std::chrono::seconds(600), *f_.clock));
+  f_.http->script("GET", kProfileUrl, {error(401, "invalid_token", "Expired."), HttpAnswer::response(200, R"({"user_id":"u"})")});
+  f_.http->script("POST", kTokenUrl, {HttpAnswer::held()});
+  profiler_->getProfile(context(AICallMethod::getProfile));
+  f_.pump();
+  auto second = std::make_shared<RecordingDelegate>();
+  profiler_->getProfile(context(AICallMethod::getProfile, second));
+  f_.pump();
+  EXPECT_EQ(f_.http->requests().size(), 2u);
+  f_.http->answerHeld(HttpAnswer::response(200, tokenAnswer("at.NEW", "rt")));
+  f_.pump();
+  const auto requests = f_.http->requests();
+  ASSERT_EQ(requests.size(), 3u);
+  EXPECT_EQ(platform::findHttpHeader(requests[2].headers, "Authorization"), "Bearer at.NEW");
+  EXPECT_TRUE(delegate_->successes.size() == 1u && second->successes.size() == 1u);
+}
+
 TEST_F(ExchangeTest, DestroyingTheRetrieverCancelsItsRequest) {
   store(AIRefreshToken("rt", {"profile"}, *f_.clock));
   f_.http->script("POST", kTokenUrl, {HttpAnswer::response(200, tokenAnswer("at", "rt"))});
