@@ -146,10 +146,18 @@ TEST_F(ExchangeTest, NothingToSendIsLeftToTheCallerToAnswer) {
 TEST_F(ExchangeTest, UnusableAnswersAreServerErrors) {
   const AIError unparsable(kAIServerError, "Could not parse response from the server.");
   const AIError invalid(kAIServerError, "Received invalid response from the server.");
+  // The last second of the dates a token can hold, as "expires_in" from now.
+  const std::int64_t latest =
+      kAITokenDateLimitSeconds - std::chrono::floor<std::chrono::seconds>(f_.clock->now().time_since_epoch()).count();
+  const auto expiringIn = [](auto seconds) {
+    return R"({"access_token":"a","refresh_token":"r","expires_in":)" + std::to_string(seconds) + "}";
+  };
   const std::pair<std::string, AIError> rows[] = {
       {"[]", unparsable},
       {R"({"access_token":"a","refresh_token":"r"})", invalid},
-      {R"({"access_token":"a","refresh_token":"r","expires_in":0})", invalid},
+      {expiringIn(0), invalid},
+      {expiringIn(latest + 1), invalid},
+      {expiringIn(INT64_MAX), invalid},
       {R"({"access_token":"a","expires_in":60})", invalid},
       {R"({"error":"slow_down","error_description":"Wait."})", AIError(kAIServerError, "Wait.")},
   };
@@ -162,6 +170,11 @@ TEST_F(ExchangeTest, UnusableAnswersAreServerErrors) {
     ASSERT_EQ(delegate->failures.size(), 1u) << body;
     EXPECT_EQ(delegate->failures[0].error(), expected) << body;
   }
+  store(AICode("ac", *f_.clock));
+  f_.http->script("POST", kTokenUrl, {HttpAnswer::response(200, expiringIn(latest))});
+  ASSERT_TRUE(codeExchanger_->getRefreshTokenForAuthCode(context(AICallMethod::authorizeUser)));
+  f_.pump();
+  EXPECT_EQ(delegate_->successes.size(), 1u) << "the latest expiry a token can hold";
 }
 
 // A refresh's retries start again once an exchange is reported; the profile's never do, so after

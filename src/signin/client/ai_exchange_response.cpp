@@ -3,16 +3,23 @@
 #include <boost/json.hpp>
 #include <chrono>
 
+#include "applogic/signin/client/ai_token.h"
+
 namespace applogic::signin {
 namespace {
 
-// "expires_in" seconds from now; absent when the member is missing or not an integer that a
-// date can hold.
+// "expires_in" seconds from now; absent when the member is missing or not an integer, or when the
+// expiry would lie beyond the dates a token can hold. The bounds are taken from now in whole
+// seconds first (now itself lies within the clock's range, well inside 64-bit seconds), so that
+// neither the check nor the sum can overflow.
 std::optional<platform::Clock::TimePoint> expiryFrom(const JsonObject& answer, const platform::Clock& clock) {
   const auto seconds = json::integer(answer, "expires_in");
-  constexpr std::int64_t kLimit = 9'000'000'000;  // the clock's nanoseconds end in 2262
-  if (!seconds || *seconds > kLimit || *seconds < -kLimit) return std::nullopt;
-  return clock.now() + std::chrono::seconds(*seconds);
+  const auto now = clock.now();
+  const std::int64_t nowSeconds = std::chrono::floor<std::chrono::seconds>(now.time_since_epoch()).count();
+  if (!seconds || *seconds > kAITokenDateLimitSeconds - nowSeconds || *seconds < -kAITokenDateLimitSeconds - nowSeconds) {
+    return std::nullopt;
+  }
+  return now + std::chrono::seconds(*seconds);
 }
 
 std::optional<std::string> stringMember(const JsonObject& answer, std::string_view key) {

@@ -9,9 +9,8 @@ namespace applogic::signin {
 namespace {
 
 constexpr std::string_view kClassKey = "$class";
-// The clock counts nanoseconds in 64 bits, which ends in 2262; a date beyond about 2255 (either
-// side of the epoch) cannot be a time point, so such an archive is corrupt.
-constexpr double kLatestSeconds = 9e9;
+// A date beyond the limit cannot be a time point, so such an archive is corrupt.
+constexpr auto kLatestSeconds = static_cast<double>(kAITokenDateLimitSeconds);
 
 template <class T>
 std::unique_ptr<AIToken> make() {

@@ -21,6 +21,11 @@ inline constexpr std::int32_t kTokenTypeAccessToken = 2;
 inline constexpr std::int32_t kTokenTypeCode = 3;
 inline constexpr std::int32_t kTokenTypeProfileData = 4;
 
+/// Dates a token can hold lie within this many seconds either side of the epoch: the clock counts
+/// nanoseconds in 64 bits, which ends in 2262. An archive with a date beyond is unreadable, and an
+/// exchange answer whose expiry would lie beyond is invalid.
+inline constexpr std::int64_t kAITokenDateLimitSeconds = 9'000'000'000;
+
 /// A credential of the sign-in client; the base of the token family.
 ///
 /// Validity is asked of an injected clock, never of the system clock. `getValue` archives a token
