@@ -1,11 +1,70 @@
 #include "applogic/support/json.h"
 
+#include <charconv>
 #include <limits>
+#include <string>
 
 #include <boost/json/array.hpp>
+#include <boost/json/basic_parser_impl.hpp>
 #include <boost/json/object.hpp>
+#include <boost/json/value_stack.hpp>
 
 namespace applogic::json {
+namespace {
+
+// The parser's events build the value as boost::json::parse does, except that a double is read
+// again from its text with std::from_chars, which rounds correctly. The text of a number may come
+// in parts; they are gathered until the number ends.
+struct ExactNumbers {
+  static constexpr std::size_t max_array_size = static_cast<std::size_t>(-1);
+  static constexpr std::size_t max_object_size = static_cast<std::size_t>(-1);
+  static constexpr std::size_t max_string_size = static_cast<std::size_t>(-1);
+  static constexpr std::size_t max_key_size = static_cast<std::size_t>(-1);
+  using error_code = boost::system::error_code;
+  using string_view = boost::json::string_view;
+
+  bool on_document_begin(error_code&) { return true; }
+  bool on_document_end(error_code&) { return true; }
+  bool on_array_begin(error_code&) { return true; }
+  bool on_array_end(std::size_t n, error_code&) { return stack.push_array(n), true; }
+  bool on_object_begin(error_code&) { return true; }
+  bool on_object_end(std::size_t n, error_code&) { return stack.push_object(n), true; }
+  bool on_string_part(string_view s, std::size_t, error_code&) { return stack.push_chars(s), true; }
+  bool on_string(string_view s, std::size_t, error_code&) { return stack.push_string(s), true; }
+  bool on_key_part(string_view s, std::size_t, error_code&) { return stack.push_chars(s), true; }
+  bool on_key(string_view s, std::size_t, error_code&) { return stack.push_key(s), true; }
+  bool on_number_part(string_view s, error_code&) { return number.append(s.data(), s.size()), true; }
+  bool on_int64(std::int64_t i, string_view, error_code&) { return number.clear(), stack.push_int64(i), true; }
+  bool on_uint64(std::uint64_t u, string_view, error_code&) { return number.clear(), stack.push_uint64(u), true; }
+  bool on_double(double d, string_view s, error_code&) {
+    number.append(s.data(), s.size());
+    double exact = d;
+    const char* end = number.data() + number.size();
+    // Out of range (1e999) leaves the parser's own infinity.
+    if (const auto read = std::from_chars(number.data(), end, exact); read.ec != std::errc() || read.ptr != end) exact = d;
+    number.clear();
+    stack.push_double(exact);
+    return true;
+  }
+  bool on_bool(bool b, error_code&) { return stack.push_bool(b), true; }
+  bool on_null(error_code&) { return stack.push_null(), true; }
+  bool on_comment_part(string_view, error_code&) { return true; }
+  bool on_comment(string_view, error_code&) { return true; }
+
+  boost::json::value_stack stack;
+  std::string number;
+};
+
+}  // namespace
+
+std::optional<Json> parseExactly(std::string_view text) {
+  boost::json::basic_parser<ExactNumbers> parser{boost::json::parse_options{}};
+  parser.handler().stack.reset();
+  boost::system::error_code error;
+  const std::size_t read = parser.write_some(false, text.data(), text.size(), error);
+  if (error || read != text.size()) return std::nullopt;
+  return parser.handler().stack.release();
+}
 
 const JsonArray* arrayOfObjects(const Json& value) noexcept {
   const JsonArray* items = value.if_array();

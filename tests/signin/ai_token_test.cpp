@@ -81,7 +81,8 @@ TEST_F(AITokenTest, EveryClassUnarchivesToItself) {
   const AIRefreshToken refresh("rt", {"profile"}, clock_);
   const AICode code("code", clock_);
   const AIToken plain("plain", clock_);
-  const AIProfileData profile(JsonObject{{"user_id", "amzn1.x"}, {"n", 3}}, clock_);
+  // A long number: read back with the plain parser it would move by a unit in the last place.
+  const AIProfileData profile(JsonObject{{"user_id", "amzn1.x"}, {"n", 3}, {"x", 1.7004444444444443e42}}, clock_);
 
   for (const AIToken* original : std::initializer_list<const AIToken*>{&access, &refresh, &code, &plain, &profile}) {
     SCOPED_TRACE(std::string(original->className()));
@@ -90,6 +91,7 @@ TEST_F(AITokenTest, EveryClassUnarchivesToItself) {
     EXPECT_EQ(copy->className(), original->className());
     EXPECT_EQ(copy->getKey(), original->getKey());
     EXPECT_TRUE(copy->isEqual(*original));
+    EXPECT_EQ(copy->getValue(), original->getValue()) << "archived again, the same bytes";
   }
 
   const auto accessCopy = AIToken::unarchiveFromNSData(access.getValue());

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <random>
@@ -8,6 +9,7 @@
 #include <vector>
 
 #include <boost/json/parse.hpp>
+#include <boost/json/serialize.hpp>
 
 #include "applogic/support/error.h"
 #include "applogic/support/fatal.h"
@@ -91,6 +93,20 @@ TEST(ContainerLookups, ArrayOfObjectsRequiresEveryElementToBeAnObject) {
   }
   EXPECT_EQ(json::arrayOfObjects(object, "ok")->size(), 2u);
   EXPECT_EQ(json::arrayOfObjects(Json(boost::json::array{}), "ok"), nullptr);
+}
+
+// What the serializer wrote reads back as the same double; anything but one document is nothing.
+TEST(ParseExactly, ReadsBackTheWrittenDoubleAndOnlyOneDocument) {
+  for (const double d : {1.7004444444444443e42, 0.1, -2.5e-300, 1.7976931348623157e308, 5e-324, 1700000000.25}) {
+    const std::string text = boost::json::serialize(Json(JsonArray{d, "x", nullptr, true, -7}));
+    const auto read = json::parseExactly(text);
+    ASSERT_TRUE(read) << text;
+    EXPECT_EQ(read->at(0).as_double(), d) << text;
+    EXPECT_EQ(boost::json::serialize(*read), text);
+  }
+  EXPECT_EQ(json::parseExactly(" {\"a\": 18446744073709551615} \n")->at("a").as_uint64(), UINT64_MAX);
+  EXPECT_TRUE(std::isinf(json::parseExactly("1e999")->as_double()));
+  for (const char* bad : {"", "{} x", "[1,", "{\"a\" 1}", "1.5.2"}) EXPECT_EQ(json::parseExactly(bad), std::nullopt) << bad;
 }
 
 TEST(ErrorAndUrl, PrintAndParse) {

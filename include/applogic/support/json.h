@@ -48,6 +48,13 @@ APPLOGIC_EXPORT const JsonArray* arrayOfObjects(const JsonObject& object, std::s
 /// when either step fails. The first two steps of every list serializer.
 APPLOGIC_EXPORT const JsonArray* arrayOfObjects(const Json& value, std::string_view key) noexcept;
 
+/// `text` as one JSON document whose numbers read exactly as written: a fraction or exponent reads
+/// as the double nearest its text, so that a double `boost::json::serialize` wrote reads back as
+/// the same double (this Boost's own parser may miss by a unit in the last place on long numbers,
+/// and a stored value would then change each time it is read and written). Null for text that is
+/// not one JSON document. Any thread.
+APPLOGIC_EXPORT std::optional<Json> parseExactly(std::string_view text);
+
 /// The element at `index` of an array already known to hold only objects.
 inline const JsonObject& objectAt(const JsonArray& objects, std::size_t index) noexcept {
   return objects[index].get_object();

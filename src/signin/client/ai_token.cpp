@@ -68,11 +68,10 @@ bool writableNumbers(const Json& value) {
 }  // namespace
 
 std::unique_ptr<AIToken> AIToken::unarchiveFromNSData(std::span<const std::uint8_t> data) {
-  boost::system::error_code error;
-  const Json parsed =
-      boost::json::parse(std::string_view(reinterpret_cast<const char*>(data.data()), data.size()), error);
-  if (error || !writableNumbers(parsed)) return nullptr;
-  const JsonObject* archive = parsed.if_object();
+  // Read exactly, so that the numbers of a stored profile come back as they were written.
+  const auto parsed = json::parseExactly(std::string_view(reinterpret_cast<const char*>(data.data()), data.size()));
+  if (!parsed || !writableNumbers(*parsed)) return nullptr;
+  const JsonObject* archive = parsed->if_object();
   if (archive == nullptr) return nullptr;
   const auto className = json::string(*archive, kClassKey);
   if (!className) return nullptr;
