@@ -72,6 +72,7 @@ TEST_F(MobileLibTest, ReturnedCodeGoesToTheDelegateWithTheAppsChallenge) {
   EXPECT_EQ(delegate_->successes[0].api(), kAPIAuthorizationCode);
   EXPECT_EQ(delegate_->successes[0].resultString(), "ac.MINE");
   EXPECT_TRUE(f_.http->requests().empty());
+  EXPECT_TRUE(lib().proxy()->callContexts().empty());
 }
 
 // Redirects that are not the sign-in's, or carry a state no call waits for, change nothing; an
@@ -94,6 +95,12 @@ TEST_F(MobileLibTest, ForeignRedirectsChangeNothingAndARedirectErrorFailsTheSign
   EXPECT_EQ(delegate_->answers(), 1u);
   EXPECT_EQ(delegate_->failures[0].error(), AIError(kAIAccessDenied, "User said no"));
   EXPECT_TRUE(lib().proxy()->callContexts().empty());
+
+  // Neither a code nor an error: an invalid answer.
+  lib().authorizeUserForScopes({"profile"}, delegate_);
+  EXPECT_FALSE(lib().handleOpenURL(f_.redirect("scope=profile&state=" + f_.shown().at("state"))));
+  ASSERT_EQ(delegate_->failures.size(), 2u);
+  EXPECT_EQ(delegate_->failures[1].error(), AIError(kAIServerError, "Received invalid response from the server."));
 }
 
 TEST_F(MobileLibTest, CancellingTheInAppBrowserGivesCode3ToEveryWaitingCallLastFirst) {

@@ -11,14 +11,8 @@
 namespace applogic::signin {
 namespace {
 
+// The app id's escape set. The id is Base64, so of these only '+', '/' and '=' ever occur in it.
 constexpr std::string_view kAppIdEscapes = "!*'();:@&=+$,/?%#[]";
-// Characters that may not stand in a URL at all; they are escaped whatever the escape set says.
-constexpr std::string_view kNeverInUrl = " \"<>\\^`{|}";
-
-bool needsEscape(unsigned char c) {
-  return c <= 0x20 || c >= 0x7f || kAppIdEscapes.find(static_cast<char>(c)) != std::string_view::npos ||
-         kNeverInUrl.find(static_cast<char>(c)) != std::string_view::npos;
-}
 
 int hexValue(char c) {
   if (c >= '0' && c <= '9') return c - '0';
@@ -95,7 +89,7 @@ std::optional<std::string> AIUtils::getAppId() const {
   std::string escaped;
   escaped.reserve(encoded.size() + encoded.size() / 2);
   for (const char c : encoded) {
-    if (needsEscape(static_cast<unsigned char>(c))) {
+    if (kAppIdEscapes.find(c) != std::string_view::npos) {
       std::array<char, 4> hex{};
       std::snprintf(hex.data(), hex.size(), "%%%02X", static_cast<unsigned char>(c));
       escaped += hex.data();
