@@ -73,6 +73,10 @@ TEST_F(MobileLibTest, ReturnedCodeGoesToTheDelegateWithTheAppsChallenge) {
   EXPECT_EQ(delegate_->successes[0].resultString(), "ac.MINE");
   EXPECT_TRUE(f_.http->requests().empty());
   EXPECT_TRUE(lib().proxy()->callContexts().empty());
+  // The next sign-in proves a verifier of its own: the app's challenge is not kept.
+  lib().authorizeUserForScopes({"profile"}, std::make_shared<RecordingDelegate>());
+  EXPECT_EQ(f_.shown().at("code_challenge"), *spop()->spopChallenge());
+  EXPECT_EQ(f_.shown().at("code_challenge_method"), "S256");
 }
 
 // Redirects that are not the sign-in's, or carry a state no call waits for, change nothing; an
@@ -130,6 +134,9 @@ TEST_F(MobileLibTest, CancellingTheInAppBrowserGivesCode3ToEveryWaitingCallLastF
   EXPECT_EQ(again->answers(), 1u);
   EXPECT_TRUE(f_.presenter->showing());
   EXPECT_EQ(lib().proxy()->callContexts().size(), 1u);
+  // A redirect with an error ends that sign-in and closes its page.
+  EXPECT_FALSE(lib().handleOpenURL(f_.redirect("error=access_denied&state=" + f_.shown().at("state"))));
+  EXPECT_FALSE(f_.presenter->showing());
 }
 
 TEST_F(MobileLibTest, VersionDeniedFallsBackToTheDefaultViewOnce) {

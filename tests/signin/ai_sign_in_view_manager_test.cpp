@@ -94,12 +94,35 @@ TEST(AISignInViewManager, ClosingTheViewCancelsWithCode3OnceAndResetsTheModes) {
     EXPECT_EQ(h.manager->SDKSignInViewMode(), kAISignInViewModeSafariWebView);
     EXPECT_FALSE(h.error.hasErrorOccured()) << "the call's own error is the coordinator's to change";
     // A view the coordinator removes is dismissed without a cancel.
+    h.manager->setSDKSignInViewMode(mode);
     h.manager->initializeSignIn(h.call());
     h.manager->removeSignInView();
-    h.presenter->cancel();
     EXPECT_FALSE(h.presenter->showing());
+    h.presenter->cancel();
     EXPECT_EQ(h.cancelled.size(), 1u);
   }
+}
+
+// A browser that does not open the page leaves the sign-in with code 6 and no strategy; a manager
+// made over a presenter alone builds no page.
+TEST(AISignInViewManager, APageThatCannotBeShownOrBuiltIsTheCallsError) {
+  Harness h;
+  h.presenter->setBrowserOpens(false);
+  h.make();
+  h.manager->initializeSignIn(h.call());
+  EXPECT_EQ(h.error, AIError(kAIInvalidInput, std::string(kAIMessageInvalidSignInURL)));
+  EXPECT_EQ(h.manager->strategy(), nullptr);
+  const auto context = test::ClientFixture::context(AICallMethod::authorizeUser);
+  h.manager->initializeSignIn(context);
+  EXPECT_EQ(context->error(), AIError(kAIInternalError, std::string(kAIMessageInternalErrorGeneral)));
+}
+
+TEST(AIWebViewSignInStrategy, TitlesNameThePageByItsPath) {
+  const std::pair<const char*, std::optional<std::string>> rows[] = {
+      {"/ap/forgotpassword", "Forgot Password"}, {"/ap/signin?forgotpassword", "Forgot Password"},
+      {"/ap/REGISTER", "Register"}, {"/ap/signin/Register", "Register"}, {"/ap/signin", "Sign In"},
+      {"/ap/ForgotPassword", std::nullopt}, {"/ap/SignIn", std::nullopt}, {"/ap/regist", std::nullopt}, {"", std::nullopt}};
+  for (const auto& [path, title] : rows) EXPECT_EQ(AIWebViewSignInStrategy::titleForPagePath(path), title) << path;
 }
 
 // A presenter that outlives the manager must not call into it once it is gone.

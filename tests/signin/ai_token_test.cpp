@@ -119,6 +119,12 @@ TEST(UnreadableArchive, GivesNoObject) {
         R"({"$class":"AIProfileData","profile":{"user_id":"u","seen":1e999}})"}) {
     EXPECT_EQ(AIToken::unarchiveFromNSData(bytes(archive)), nullptr) << archive;
   }
+  // What still reads: the dates at the bound, and a missing or null list or profile.
+  for (const char* archive : {R"({"$class":"AIAccessToken","expirationDate":9e9})", R"({"$class":"AIToken","localTimeStamp":-9e9})",
+                              R"({"$class":"AIRefreshToken"})", R"({"$class":"AIRefreshToken","scopes":null})",
+                              R"({"$class":"AIProfileData","profile":null})"}) {
+    EXPECT_NE(AIToken::unarchiveFromNSData(bytes(archive)), nullptr) << archive;
+  }
 }
 
 }  // namespace

@@ -15,6 +15,7 @@
 #include "applogic/platform/app_manifest_bundle_info.h"
 #include "applogic/signin/client/ai_error.h"
 #include "applogic/signin/client/ai_rsa_signer.h"
+#include "applogic/signin/client/base64.h"
 #include "applogic/testing/fixed_locale.h"
 #include "signin/client_fixture.h"
 
@@ -83,6 +84,7 @@ TEST(AIUtilsTest, AppValuesComeFromTheBundleAndTheVerifiedAPIKey) {
     f.bundle->set(platform::kCFBundleIdentifierKey, bundleIdentifier);
     EXPECT_EQ(utils().getAppId(), appId) << bundleIdentifier;
   }
+  EXPECT_EQ(base64::decode(""), std::vector<std::uint8_t>{}) << "nothing reads back as nothing";
   f.bundle->set(platform::kCFBundleIdentifierKey, std::nullopt);
   EXPECT_FALSE(utils().getAppId());
   EXPECT_FALSE(utils().getRedirectToUrl());
@@ -141,13 +143,27 @@ class RfcOctets final : public platform::SecureRandom {
   }
 };
 
+// A text option reads as the platform reads a boolean: blanks, a sign and zeros, then "Y", "y",
+// "T", "t" or 1-9; a JSON boolean is itself, anything else false.
+TEST(AICallContextTest, OptionTextReadsAsTrueByItsFirstSignificantCharacter) {
+  const std::pair<Json, bool> rows[] = {
+      {"YES", true}, {"yes", true}, {"True", true}, {"t", true}, {"1", true}, {"9", true}, {" \t\n\r+0001x", true},
+      {"-7", true}, {"NO", false}, {"0", false}, {"000", false}, {"", false}, {"+", false}, {" ", false},
+      {"x1", false}, {"+-1", false}, {":", false}, {"/", false}, {true, true}, {false, false}, {1, false}, {nullptr, false}};
+  for (const auto& [value, expected] : rows) {
+    EXPECT_EQ(test::ClientFixture::context(AICallMethod::authorizeUser, {}, JsonObject{{"sandbox_mode", value}})->isSandbox(),
+              expected) << value;
+  }
+}
+
 TEST(AISPOPTest, RfcAppendixBVectorHolds) {
   const AISPOP pop(std::make_shared<RfcOctets>(), platform::makeOpenSslCrypto());
   EXPECT_EQ(pop.spopKey(), "dBjftJeZ4CVP-mB92K27uhbUJU1p1r_wW1gFWFOEjXk");
   EXPECT_EQ(pop.spopChallenge(), "E9Melhoa2OwvFrEMTJguCHaoeK1t8URWbuGJSstw-cM");
   EXPECT_EQ(pop.spopMethod(), "S256");
-  // Text that is not ASCII has no hash.
+  // Text that is not ASCII has no hash; DEL is ASCII.
   EXPECT_FALSE(pop.getSHA256HashStringFrom("caf\xc3\xa9"));
+  EXPECT_TRUE(pop.getSHA256HashStringFrom("\x7f"));
 }
 
 TEST(AISPOPTest, AFailingRandomSourceLeavesNoVerifierAndTheSharedOneIsReplaced) {
@@ -194,6 +210,7 @@ TEST(StripPublicKeyHeaderTest, FollowsTheByteRules) {
       {"NotASequence", join({{0x31, 0x1A}, kAlgorithm, {0x03, 0x09, 0x00}, kKey}), std::nullopt},
       {"NotABitString", join({{0x30, 0x1A}, kAlgorithm, {0x04, 0x09, 0x00}, kKey}), std::nullopt},
       {"UnusedBitsNotZero", join({{0x30, 0x1A}, kAlgorithm, {0x03, 0x09, 0x01}, kKey}), std::nullopt},
+      {"EndsAfterTheAlgorithm", join({{0x30, 0x0F}, kAlgorithm}), std::nullopt},
       {"EndsInTheAlgorithm", join({{0x30, 0x1A}, Bytes(kAlgorithm.begin(), kAlgorithm.begin() + 14)}),
                std::nullopt},
       {"EndsInALongLength", Bytes{0x30, 0x84, 0x01}, std::nullopt},

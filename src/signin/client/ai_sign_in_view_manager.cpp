@@ -1,26 +1,10 @@
 #include "applogic/signin/client/ai_sign_in_view_manager.h"
 
-#include <cctype>
 #include <utility>
 
+#include "applogic/support/strings.h"
+
 namespace applogic::signin {
-namespace {
-
-bool containsIgnoringCase(std::string_view text, std::string_view word) {
-  if (word.size() > text.size()) return false;
-  for (std::size_t i = 0; i + word.size() <= text.size(); ++i) {
-    std::size_t j = 0;
-    while (j < word.size() && std::tolower(static_cast<unsigned char>(text[i + j])) ==
-                                  std::tolower(static_cast<unsigned char>(word[j]))) {
-      ++j;
-    }
-    if (j == word.size()) return true;
-  }
-  return false;
-}
-
-}  // namespace
-
 AIBrowserSignInStrategy::AIBrowserSignInStrategy(std::shared_ptr<platform::SignInPresenter> presenter)
     : presenter_(std::move(presenter)) {}
 
@@ -71,7 +55,7 @@ void AIWebViewSignInStrategy::removeSignInView() {
 
 std::optional<std::string> AIWebViewSignInStrategy::titleForPagePath(std::string_view path) {
   if (path.find("forgotpassword") != std::string_view::npos) return "Forgot Password";
-  if (containsIgnoringCase(path, "register")) return "Register";
+  if (asciiLowercase(path).find("register") != std::string::npos) return "Register";
   if (path.find("signin") != std::string_view::npos) return "Sign In";
   return std::nullopt;
 }
