@@ -1,5 +1,6 @@
 #include "emulator/catalog_data.h"
 
+#include "applogic/support/strings.h"
 #include "emulator/web_text.h"
 
 #include <algorithm>
@@ -63,11 +64,8 @@ class Random {
   std::uint64_t state_;
 };
 
-char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
-
 bool containsIgnoringAsciiCase(std::string_view text, std::string_view part) {
-  return std::search(text.begin(), text.end(), part.begin(), part.end(),
-                     [](char a, char b) { return lower(a) == lower(b); }) != text.end();
+  return asciiLowercase(text).find(asciiLowercase(part)) != std::string::npos;
 }
 
 // `count` distinct indexes below `n`, in the order drawn.
@@ -87,7 +85,7 @@ std::vector<std::size_t> distinct(Random& random, std::size_t count, std::size_t
 template <class Items>
 std::optional<std::size_t> findId(const Items& items, std::string_view id) {
   for (std::size_t i = 0; i < items.size(); ++i) {
-    if (detail::equalsIgnoringAsciiCase(items[i].id, id)) return i;
+    if (equalsIgnoringAsciiCase(items[i].id, id)) return i;
   }
   return std::nullopt;
 }

@@ -15,6 +15,7 @@
 #include <boost/json/parse.hpp>
 #include <boost/json/serialize.hpp>
 
+#include "applogic/support/strings.h"
 #include "applogic/testing/wav_clip.h"
 #include "catalog_media.h"
 #include "emulator/catalog_data.h"
@@ -317,7 +318,7 @@ class CatalogServer::Impl {
     if (path.rfind("/v1/", 0) != 0) return apiError(404, "Nothing is served at " + request.path + ".");
     if (taken.expire) return unauthorized("The access token has expired.");
     const std::string authorization = request.get_header_value("Authorization");
-    if (authorization.size() <= 7 || !detail::equalsIgnoringAsciiCase(authorization.substr(0, 7), "Bearer ")) {
+    if (authorization.size() <= 7 || !equalsIgnoringAsciiCase(authorization.substr(0, 7), "Bearer ")) {
       return unauthorized("The request carries no bearer token.");
     }
     const std::optional<std::string> user = options_.verifyToken(std::string_view(authorization).substr(7));

@@ -10,6 +10,8 @@
 #include <thread>
 #include <utility>
 
+#include "applogic/support/strings.h"
+
 namespace applogic::emulator {
 
 namespace {
@@ -18,12 +20,6 @@ constexpr int kMaxRedirects = 10;
 constexpr time_t kNetworkTimeoutSeconds = 10;
 
 // --- reading the page ---------------------------------------------------------------------------
-
-std::string lower(std::string_view text) {
-  std::string out(text);
-  for (char& c : out) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return out;
-}
 
 std::string htmlUnescape(std::string_view text) {
   static constexpr std::pair<std::string_view, char> kEntities[] = {
@@ -66,7 +62,7 @@ std::optional<Tag> readTag(std::string_view html, std::size_t at) {
   const std::size_t nameStart = i;
   while (i < html.size() && isNameChar(html[i])) ++i;
   if (i == nameStart) return std::nullopt;
-  Tag tag{lower(html.substr(nameStart, i - nameStart)), {}, 0};
+  Tag tag{asciiLowercase(html.substr(nameStart, i - nameStart)), {}, 0};
   while (i < html.size()) {
     while (i < html.size() && std::isspace(static_cast<unsigned char>(html[i]))) ++i;
     if (i >= html.size()) return std::nullopt;
@@ -82,7 +78,7 @@ std::optional<Tag> readTag(std::string_view html, std::size_t at) {
     while (i < html.size() && !std::isspace(static_cast<unsigned char>(html[i])) && html[i] != '=' && html[i] != '>' &&
            html[i] != '/')
       ++i;
-    std::string name = lower(html.substr(attributeStart, i - attributeStart));
+    std::string name = asciiLowercase(html.substr(attributeStart, i - attributeStart));
     std::string value;
     while (i < html.size() && std::isspace(static_cast<unsigned char>(html[i]))) ++i;
     if (i < html.size() && html[i] == '=') {
@@ -130,22 +126,22 @@ std::string trim(std::string_view text) {
 std::optional<Form> readForm(std::string_view html) {
   std::optional<Form> form;
   for (std::size_t at = html.find('<'); at != std::string_view::npos; at = html.find('<', at + 1)) {
-    if (html.substr(at, 7) == "</form>" || lower(html.substr(at, 7)) == "</form>") {
+    if (html.substr(at, 7) == "</form>" || asciiLowercase(html.substr(at, 7)) == "</form>") {
       if (form) break;
       continue;
     }
     const auto tag = readTag(html, at);
     if (!tag) continue;
     if (tag->name == "form" && !form) {
-      form = Form{tag->attribute("action").value_or(""), lower(tag->attribute("method").value_or("get")), {}};
+      form = Form{tag->attribute("action").value_or(""), asciiLowercase(tag->attribute("method").value_or("get")), {}};
     } else if (form && tag->name == "input") {
-      form->controls.push_back({Control::Kind::input, lower(tag->attribute("type").value_or("text")),
+      form->controls.push_back({Control::Kind::input, asciiLowercase(tag->attribute("type").value_or("text")),
                                 tag->attribute("name").value_or(""), tag->attribute("value").value_or(""), ""});
     } else if (form && tag->name == "button") {
-      const std::size_t close = lower(html.substr(tag->end)).find("</button>");
+      const std::size_t close = asciiLowercase(html.substr(tag->end)).find("</button>");
       const std::string text =
           close == std::string::npos ? std::string() : htmlUnescape(trim(html.substr(tag->end, close)));
-      form->controls.push_back({Control::Kind::button, lower(tag->attribute("type").value_or("submit")),
+      form->controls.push_back({Control::Kind::button, asciiLowercase(tag->attribute("type").value_or("submit")),
                                 tag->attribute("name").value_or(""), tag->attribute("value").value_or(""), text});
     }
   }
@@ -176,7 +172,7 @@ std::optional<std::string> submission(const Form& form, const ScriptedBrowserOpt
   const Control* pressed = nullptr;
   for (const Control& control : form.controls) {
     if (control.kind != Control::Kind::button || control.type != "submit") continue;
-    const bool isCancel = lower(control.text) == "cancel";
+    const bool isCancel = asciiLowercase(control.text) == "cancel";
     if ((options.user == ScriptedUser::cancel) == isCancel) {
       pressed = &control;
       break;
@@ -220,7 +216,7 @@ struct Address {
 std::optional<Address> httpAddress(std::string_view url) {
   const auto parsed = boost::urls::parse_uri(url);
   if (!parsed) return std::nullopt;
-  const std::string scheme = lower(parsed->scheme());
+  const std::string scheme = asciiLowercase(parsed->scheme());
   if (scheme != "http" && scheme != "https") return std::nullopt;
   Address address;
   address.https = scheme == "https";

@@ -7,6 +7,7 @@
 #include <boost/json/parse.hpp>
 #include <boost/json/serialize.hpp>
 
+#include "applogic/support/strings.h"
 #include "applogic/support/json.h"
 #include "web_text.h"
 

@@ -20,6 +20,7 @@
 #include <boost/json/object.hpp>
 #include <boost/json/serialize.hpp>
 
+#include "applogic/support/strings.h"
 #include "errors.h"
 #include "https_host.h"
 #include "signin_authority.h"
@@ -71,7 +72,7 @@ std::optional<Endpoint> endpointForPath(std::string_view path) {
 
 bool isFormContentType(std::string_view contentType) {
   const std::string_view mediaType = contentType.substr(0, contentType.find(';'));
-  return detail::equalsIgnoringAsciiCase(mediaType, "application/x-www-form-urlencoded");
+  return equalsIgnoringAsciiCase(mediaType, "application/x-www-form-urlencoded");
 }
 
 template <class Int>

@@ -27,8 +27,6 @@ bool isUnreserved(unsigned char c) {
 
 constexpr std::string_view kBase64 = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-char toLower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
-
 }  // namespace
 
 std::string formDecode(std::string_view text) {
@@ -163,12 +161,6 @@ std::string randomToken(std::size_t bytes) {
     throw std::runtime_error("no secure random bytes");
   }
   return base64Url(buffer);
-}
-
-bool equalsIgnoringAsciiCase(std::string_view a, std::string_view b) {
-  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-           return toLower(x) == toLower(y);
-         });
 }
 
 std::string isoUtc(std::chrono::system_clock::time_point at) {

@@ -36,6 +36,4 @@ std::string randomToken(std::size_t bytes = 32);
 /// `at` as ISO 8601 UTC to the second: "2026-11-24T08:15:00Z".
 std::string isoUtc(std::chrono::system_clock::time_point at);
 
-bool equalsIgnoringAsciiCase(std::string_view a, std::string_view b);
-
 }  // namespace applogic::emulator::detail

@@ -4,6 +4,8 @@
 #include <array>
 #include <utility>
 
+#include "applogic/support/strings.h"
+
 namespace applogic::signin {
 namespace {
 
@@ -29,13 +31,6 @@ constexpr std::array<ErrorStringRow, 13> kErrorStrings{{
     {"insufficient_scope", kAIApplicationNotAuthorized, true},
     {"version_denied", kAIVersionDenied, true},
 }};
-
-bool equalsIgnoringAsciiCase(std::string_view text, std::string_view lowerCase) {
-  return text.size() == lowerCase.size() &&
-         std::equal(text.begin(), text.end(), lowerCase.begin(), [](char a, char b) {
-           return (a >= 'A' && a <= 'Z' ? static_cast<char>(a - 'A' + 'a') : a) == b;
-         });
-}
 
 }  // namespace
 
