@@ -2,7 +2,6 @@
 
 #include <charconv>
 #include <limits>
-#include <string>
 
 #include <boost/json/array.hpp>
 #include <boost/json/basic_parser_impl.hpp>
@@ -13,8 +12,8 @@ namespace applogic::json {
 namespace {
 
 // The parser's events build the value as boost::json::parse does, except that a double is read
-// again from its text with std::from_chars, which rounds correctly. The text of a number may come
-// in parts; they are gathered until the number ends.
+// again from its text with std::from_chars, which rounds correctly. The whole document is written
+// to the parser at once, so a number's text never comes in parts.
 struct ExactNumbers {
   static constexpr std::size_t max_array_size = static_cast<std::size_t>(-1);
   static constexpr std::size_t max_object_size = static_cast<std::size_t>(-1);
@@ -33,16 +32,14 @@ struct ExactNumbers {
   bool on_string(string_view s, std::size_t, error_code&) { return stack.push_string(s), true; }
   bool on_key_part(string_view s, std::size_t, error_code&) { return stack.push_chars(s), true; }
   bool on_key(string_view s, std::size_t, error_code&) { return stack.push_key(s), true; }
-  bool on_number_part(string_view s, error_code&) { return number.append(s.data(), s.size()), true; }
-  bool on_int64(std::int64_t i, string_view, error_code&) { return number.clear(), stack.push_int64(i), true; }
-  bool on_uint64(std::uint64_t u, string_view, error_code&) { return number.clear(), stack.push_uint64(u), true; }
+  bool on_number_part(string_view, error_code&) { return true; }
+  bool on_int64(std::int64_t i, string_view, error_code&) { return stack.push_int64(i), true; }
+  bool on_uint64(std::uint64_t u, string_view, error_code&) { return stack.push_uint64(u), true; }
   bool on_double(double d, string_view s, error_code&) {
-    number.append(s.data(), s.size());
+    // The parser has checked the text. Beyond a double's range (1e999) from_chars writes nothing,
+    // which leaves the parser's own infinity.
     double exact = d;
-    const char* end = number.data() + number.size();
-    // Out of range (1e999) leaves the parser's own infinity.
-    if (const auto read = std::from_chars(number.data(), end, exact); read.ec != std::errc() || read.ptr != end) exact = d;
-    number.clear();
+    (void)std::from_chars(s.data(), s.data() + s.size(), exact);
     stack.push_double(exact);
     return true;
   }
@@ -52,7 +49,6 @@ struct ExactNumbers {
   bool on_comment(string_view, error_code&) { return true; }
 
   boost::json::value_stack stack;
-  std::string number;
 };
 
 }  // namespace

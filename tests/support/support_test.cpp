@@ -105,6 +105,11 @@ TEST(ParseExactly, ReadsBackTheWrittenDoubleAndOnlyOneDocument) {
     EXPECT_EQ(boost::json::serialize(*read), text);
   }
   EXPECT_EQ(json::parseExactly(" {\"a\": 18446744073709551615} \n")->at("a").as_uint64(), UINT64_MAX);
+  // Escapes and long texts reach the value in parts.
+  const auto parts = json::parseExactly(R"({"k\u00e9y":"a\tb","n":0.)" + std::string(400, '3') + "}");
+  ASSERT_TRUE(parts);
+  EXPECT_EQ(parts->at("k\xC3\xA9y"), Json("a\tb"));
+  EXPECT_EQ(parts->at("n").as_double(), 1.0 / 3);
   EXPECT_TRUE(std::isinf(json::parseExactly("1e999")->as_double()));
   for (const char* bad : {"", "{} x", "[1,", "{\"a\" 1}", "1.5.2"}) EXPECT_EQ(json::parseExactly(bad), std::nullopt) << bad;
 }
