@@ -35,6 +35,8 @@ TEST_F(MobileLibTest, NarrowerRequestSignsInForTheUnionWithStateAndChallenge) {
   EXPECT_EQ(shown.at("state"), lib().proxy()->callContexts().at(0)->UID());
   EXPECT_EQ(shown.at("code_challenge"), *spop()->spopChallenge());
   EXPECT_EQ(shown.at("code_challenge_method"), "S256");
+  // The page's address escapes its values as the exchanges do: the app id's escapes once more.
+  EXPECT_NE(f_.presenter->opened().back().url.find("appIdentifier=eyJidW5kbGVJRCI6ImNvbS50dW5ldm8uYXBwIn0%253D&"), std::string::npos);
   EXPECT_FALSE(f_.stored(kTokenTypeProfileData));
   EXPECT_FALSE(f_.stored(kTokenTypeCode));
   EXPECT_EQ(delegate_->answers(), 0u);
@@ -168,13 +170,17 @@ TEST_F(MobileLibTest, CallsThatNeedNoServerAnswerAtOnce) {
       {[&](auto d) { lib().authorizeUserForScopes({"profile"}, d, codeWithoutChallenge); }, missingChallenge},
       {[&](auto d) { lib().getProfile(d, codeWithoutChallenge); }, missingChallenge},
       {[&](auto d) { lib().getAccessTokenForScopes({"profile"}, {}, d); },
-       AIError(kAIApplicationNotAuthorized, std::string(kAIMessageApplicationNotAuthorized))}};
+       AIError(kAIApplicationNotAuthorized, std::string(kAIMessageApplicationNotAuthorized))},
+      // No randomness, so no state to name the sign-in: no page is shown.
+      {[&](auto d) { f_.random->setFailing(true), lib().authorizeUserForScopes({"profile"}, d), f_.random->setFailing(false); },
+       AIError(kAIInternalError, std::string(kAIMessageInternalErrorGeneral))}};
   for (const auto& [call, error] : failing) {
     auto delegate = std::make_shared<RecordingDelegate>();
     call(delegate);
     ASSERT_EQ(delegate->failures.size(), 1u);
     EXPECT_EQ(delegate->failures[0].error(), error);
   }
+  EXPECT_TRUE(f_.presenter->opened().empty());
   f_.save(AIProfileData(JsonObject{{"user_id", "u1"}}, *f_.clock));
   lib().getProfile(delegate_);
   ASSERT_EQ(delegate_->successes.size(), 1u);

@@ -96,6 +96,24 @@ TEST_F(AmazonLoginServiceTest, BothStepsFailingReportsTheErrorThatArrivedLast) {
   }
 }
 
+// The two-value shape: (token, e-mail, absent) or (absent, absent, error); the user id is not passed.
+TEST_F(AmazonLoginServiceTest, LoginWithSandboxReportsTokenAndEmailOrTheError) {
+  using Reported = std::tuple<std::optional<std::string>, std::optional<std::string>, std::optional<Error>>;
+  std::vector<Reported> reported;
+  const auto record = [&](auto token, auto email, auto error) { reported.emplace_back(token, email, error); };
+  signedIn(std::chrono::seconds(600));
+  f_.http->script("GET", kProfileUrl, {HttpAnswer::response(200, R"({"user_id":"u1","email":"e@x"})"),
+                                       HttpAnswer::connectionFailure("No route to host")});
+  service_->loginWithSandbox(false, record);
+  f_.pump();
+  f_.clock->advance(std::chrono::hours(2));  // the profile kept is stale: asked again, and fails
+  signedIn(std::chrono::seconds(600));
+  service_->loginWithSandbox(false, record);
+  f_.pump();
+  EXPECT_EQ(reported, (std::vector<Reported>{{"at.0", "e@x", std::nullopt},
+                                             {std::nullopt, std::nullopt, loginError(kAINetworkError, "No route to host")}}));
+}
+
 TEST(AmazonLoginServiceAdapters, PassResultsOnOrStopOnImpossibleAnswers) {
   std::vector<std::string> calls;
   const auto failure = [&](std::optional<APIError> error) {
