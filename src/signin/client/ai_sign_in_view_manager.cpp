@@ -5,6 +5,7 @@
 #include "applogic/support/strings.h"
 
 namespace applogic::signin {
+
 AIBrowserSignInStrategy::AIBrowserSignInStrategy(std::shared_ptr<platform::SignInPresenter> presenter)
     : presenter_(std::move(presenter)) {}
 
