@@ -115,6 +115,14 @@ TEST(AISignInViewManager, APageThatCannotBeShownOrBuiltIsTheCallsError) {
   const auto context = test::ClientFixture::context(AICallMethod::authorizeUser);
   h.manager->initializeSignIn(context);
   EXPECT_EQ(context->error(), AIError(kAIInternalError, std::string(kAIMessageInternalErrorGeneral)));
+  // An address that cannot be built, with no reason given: code 6 too, and nothing is shown.
+  Harness unbuilt;
+  unbuilt.make();
+  AISignInCall call = unbuilt.call();
+  call.buildURLString = [](bool) -> std::optional<std::string> { return std::nullopt; };
+  unbuilt.manager->initializeSignIn(std::move(call));
+  EXPECT_EQ(unbuilt.error, AIError(kAIInvalidInput, std::string(kAIMessageInvalidSignInURL)));
+  EXPECT_TRUE(unbuilt.presenter->opened().empty());
 }
 
 TEST(AIWebViewSignInStrategy, TitlesNameThePageByItsPath) {

@@ -135,6 +135,9 @@ TEST(AmazonLoginServiceAdapters, PassResultsOnOrStopOnImpossibleAnswers) {
   EXPECT_DEATH(profile.requestDidSucceed(APIResult(kAPIGetProfile, "text")), "no profile object");
   EXPECT_DEATH((void)AmazonLoginService::convertErrorType(APIError(kAPIGetProfile, AIError(-1, "x"))),
                "negative error code");
+  test::ClientFixture withoutMainThread;
+  withoutMainThread.platform.mainThread = nullptr;
+  EXPECT_DEATH((void)AmazonLoginService::make(withoutMainThread.lib()), "has no MainThread");
 }
 
 }  // namespace
